@@ -1,0 +1,26 @@
+// Helpers shared by the unit tests: private temporary directories, files,
+// and a log opened inside them so that reports can be inspected.
+#ifndef KELM_TESTUTIL_H
+#define KELM_TESTUTIL_H
+
+#include <string>
+
+// A directory under the system's temporary folder, removed on destruction.
+struct TempDir {
+    std::string path;
+    TempDir();
+    ~TempDir();
+    std::string file(const std::string& name) const { return path + "/" + name; }
+};
+
+std::string read_text(const std::string& path);
+void write_text(const std::string& path, const std::string& text);
+
+// Opens the engine log at the path (no session attached).
+void open_test_log(const std::string& path);
+
+// Runs a shell command and returns its standard output; the exit status is
+// stored in *status when given.
+std::string run_command(const std::string& command, int* status = nullptr);
+
+#endif
