@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "actions.h"
 #include "cmdline.h"
 #include "env.h"
 #include "log.h"
@@ -198,6 +199,8 @@ int driver_main(int argc, char** argv)
         return 2;
     if (env_exists(&engine, "duplicate") && !driver_check_path_option(&engine, "duplicate"))
         return 2;
+
+    actions_init(&engine);
 
     return driver_finish(&engine);
 }

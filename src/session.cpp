@@ -18,6 +18,7 @@ session_t::~session_t()
 {
     tsd.products.clear();
     env.clear();
+    free(actions);
 }
 
 int session_init_cdata(session_t* session)
