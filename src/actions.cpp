@@ -6,6 +6,7 @@
 
 #include "env.h"
 #include "log.h"
+#include "sushell.h"
 
 // The built-in actions in registration order, which is also the search
 // order. Each engine unit adds its entries here as it arrives, at its place
@@ -28,6 +29,7 @@
 static const action_t builtin_actions[] = {
     {env_save, "env_save"},
     {env_restore, "env_restore"},
+    {shell_execute_command, "shell_execute_command"},
 };
 
 int actions_init(session_t* session)
