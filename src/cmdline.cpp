@@ -7,6 +7,7 @@
 
 #include "env.h"
 #include "log.h"
+#include "store.h"
 #include "utils.h"
 
 const char* g_cmdline_shortcuts = ";silent;duplicate;lang;help;version;tmp-dir;";
@@ -148,5 +149,51 @@ int commandline_merge(session_t* engine, env_map_t* command_line)
         env_set_string(engine, name, value);
     }
     print_log("commandline_merge: merging finished");
+    return 0;
+}
+
+// Reads an _internal_ file of the root cab into *text; true when it is there.
+static bool help_read(session_t* session, const char* name, char** text)
+{
+    int size = 0;
+    *text = nullptr;
+    if (store_file_get_content(&session->cab, STORE_INTERNAL, name, text, &size, nullptr) < 0)
+        *text = nullptr;
+    return *text != nullptr;
+}
+
+int show_help(session_t* session)
+{
+    if (!session) {
+        error("show_help: session is null");
+        return -1;
+    }
+    char* text = nullptr;
+    std::string lang = env_get_string(session, "LANG");
+    if (!lang.empty()) {
+        std::string name = "help_" + lang + ".msg";
+        print_log("show_help: language defined. Use %s", name.c_str());
+        if (store_file_exists(&session->cab, STORE_INTERNAL, name.c_str())) {
+            print_log("show_help: try to extract %s", name.c_str());
+            help_read(session, name.c_str(), &text);
+        } else {
+            print_log("show_help: there is no %s in BOM", name.c_str());
+        }
+    }
+    if (!text) {
+        print_log("show_help: Use default help.msg");
+        if (!store_file_exists(&session->cab, STORE_INTERNAL, "help.msg")) {
+            print_log("show_help: there is no help.msg in BOM");
+            return 0;
+        }
+        print_log("show_help: try to extract help.msg");
+        if (!help_read(session, "help.msg", &text)) {
+            error("show_help: help message specified in BOM, but content is null");
+            return 0;
+        }
+    }
+    print_log("show_help: message extracted");
+    printf("%s\n", text);
+    free(text);
     return 0;
 }

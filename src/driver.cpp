@@ -14,6 +14,7 @@
 #include "cmdline.h"
 #include "env.h"
 #include "log.h"
+#include "store.h"
 #include "utils.h"
 
 extern char** environ;
@@ -154,6 +155,20 @@ static bool driver_check_path_option(session_t* engine, const char* name)
     return true;
 }
 
+// Step 13: the root cab lies beside the engine as <engine>.cab, or one
+// directory above it as install.cab.
+static void driver_open_package(session_t* engine, const char* program)
+{
+    std::string beside = std::string(program ? program : "") + ".cab";
+    if (store_read_header(engine, &engine->cab, beside.c_str()) == 0)
+        return;
+    char* dir = get_dirname(beside.c_str());
+    std::string above = std::string(dir ? dir : ".") + "/.." + "/install.cab";
+    free(dir);
+    if (store_read_header(engine, &engine->cab, above.c_str()) != 0)
+        die(2, "Fatal error: it'a not a valid package.");
+}
+
 int driver_main(int argc, char** argv)
 {
     session_t engine;
@@ -187,6 +202,12 @@ int driver_main(int argc, char** argv)
         setenv(proxy, value.c_str(), 1);
     }
     print_log("main: command-line parameters");
+
+    driver_open_package(&engine, argv[0]);
+    if (env_exists(&command_line, "help")) {
+        show_help(&engine);
+        return 0;
+    }
 
     if (session_init_cdata(&engine) != 0)
         die(2, "Fatal error: session initialization failed");
