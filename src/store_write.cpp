@@ -119,7 +119,7 @@ static size_t text_length(const char* text)
 
 static bool put_bytes(FILE* out, const void* data, size_t size)
 {
-    return fwrite(data, 1, size, out) == size;
+    return size == 0 || fwrite(data, 1, size, out) == size;
 }
 
 static bool put_number(FILE* out, int64_t value)
