@@ -12,6 +12,7 @@
 
 #include "actions.h"
 #include "cmdline.h"
+#include "config.h"
 #include "env.h"
 #include "log.h"
 #include "store.h"
@@ -211,6 +212,8 @@ int driver_main(int argc, char** argv)
 
     if (session_init_cdata(&engine) != 0)
         die(2, "Fatal error: session initialization failed");
+    if (init_configuration(&engine) != 0)
+        die(2, "Fatal error: config initialization failed");
 
     commandline_merge(&engine, &command_line.env);
     driver_settle_defaults(&engine);
@@ -220,6 +223,12 @@ int driver_main(int argc, char** argv)
         return 2;
     if (env_exists(&engine, "duplicate") && !driver_check_path_option(&engine, "duplicate"))
         return 2;
+
+    if (env_exists(&engine, "__get_string__")) {
+        if (configuration_get_strings(&engine) != 0)
+            die(2, "Fatal error: Could not extract strings.");
+        return 0;
+    }
 
     actions_init(&engine);
 

@@ -66,3 +66,12 @@ tmux_status() {
   done
   echo "running"
 }
+
+# Lays out a package: DIR/bin/kelm (a link to the engine under test) and its
+# root cab DIR/bin/kelm.cab, written by the cab tool from the manifest on
+# standard input; relative sources start from DIR.
+make_package() { # dir
+  mkdir -p "$1/bin"
+  ln -sf "$KELM" "$1/bin/kelm"
+  "$KELM_BUILD/kelm-cab" create -C "$1" "$1/bin/kelm.cab" - || fail "kelm-cab create for $1"
+}
