@@ -74,22 +74,20 @@ static std::string shellexec_layer_script_path(const std::string& temp_dir, cons
 }
 
 // A script of a component, with no layer running, comes out of the cab
-// into a fresh file; its path, which stays usable even when creating the
-// file failed.
+// into a fresh file; its path. A failure to create the file is only logged:
+// the extraction then makes the file under the template's name, or the
+// shell reports the missing script.
 static std::string shellexec_extract_script(session_t* session, cab_t* cab, const char* component, const char* file,
                                             const std::string& temp_dir)
 {
-    std::string templ = temp_dir + "/shellexec_script.XXXXXX";
-    int fd = mkstemp(templ.data());
+    std::string path = temp_dir + "/shellexec_script.XXXXXX";
+    int fd = mkstemp(path.data());
     if (fd < 0)
-        print_log("shellexec_execute: unable to create temporary file '%s'", templ.c_str());
+        print_log("shellexec_execute: unable to create temporary file '%s'", path.c_str());
     else
         close(fd);
-    (void)session;
-    (void)cab;
-    (void)component;
-    (void)file;
-    return templ;
+    store_file_extract(session, cab, component, file, path.c_str());
+    return path;
 }
 
 static void shellexec_sleep_us(long usec)

@@ -10,6 +10,7 @@
 #include "log.h"
 #include "seq.h"
 #include "shellexec.h"
+#include "store.h"
 #include "testutil.h"
 #include "utils.h"
 
@@ -149,6 +150,25 @@ TEST_F(ShellexecTest, LayerScriptSeesLocalValuesAndChangesStayInTheLayer)
     EXPECT_EQ(got("seen"), "local");
     EXPECT_EQ(layer.env["x"], "from-shell");
     EXPECT_EQ(env_get_string(&session, "x"), "global");
+}
+
+TEST_F(ShellexecTest, ComponentScriptComesOutOfTheCab)
+{
+    std::string body = "f() { export LI_from=cab; }\n";
+    cab_entry_src_t entries[2] = {};
+    entries[0].component = "_internal_"; // index 0 is never extracted
+    entries[0].name = "first";
+    entries[1].component = "scripts";
+    entries[1].name = "cab.sh";
+    entries[1].data = body.data();
+    entries[1].data_size = (int64_t)body.size();
+    ASSERT_EQ(store_write_cab_file(dir.file("install.cab").c_str(), entries, 2, false, nullptr, 0), 0);
+    ASSERT_EQ(store_read_header(&session, &session.cab, dir.file("install.cab").c_str()), 0);
+
+    ASSERT_EQ(run("f", 0, nullptr, "scripts", "cab.sh"), 0);
+    EXPECT_EQ(env_get_string(&session, "from"), "cab");
+    std::string extracted = run_command("cat " + temp + "/shellexec_script.*");
+    EXPECT_EQ(extracted, body);
 }
 
 TEST_F(ShellexecTest, FunctionThatExitsSkipsTheDump)

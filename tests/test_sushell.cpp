@@ -7,8 +7,10 @@
 
 #include <string>
 
+#include "actions.h"
 #include "env.h"
 #include "log.h"
+#include "store.h"
 #include "sushell.h"
 #include "testutil.h"
 #include "utils.h"
@@ -208,6 +210,36 @@ TEST_F(SushellTest, SudoPipesThePasswordFileAndRemovesIt)
     EXPECT_EQ(execute("sh -c 'exit 2' sh"), 2); // a closing quote would be stripped
     EXPECT_EQ(env_get_string(&session, "KELM_EXIT_CODE"), "2");
     EXPECT_EQ(env_get_string(&session, "AUTH_STATUS"), "AUTH_SUCCESS");
+}
+
+// The whole elevated road as far as the engine goes today: the parent saves
+// its properties, the engine starts again as the elevated child of sudo,
+// removes the temporary folder at its end but leaves the parent's
+// environment file, and its exit status comes back.
+TEST_F(SushellTest, ElevatedEngineRunsAndItsStatusComesBack)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "sudo without a password needs root";
+    ASSERT_EQ(symlink(KELM_BINARY_DIR "/kelm", dir.file("kelm").c_str()), 0);
+    cab_entry_src_t entry = {};
+    entry.component = STORE_INTERNAL;
+    entry.name = "placeholder";
+    ASSERT_EQ(store_write_cab_file(dir.file("kelm.cab").c_str(), &entry, 1, false, nullptr, 0), 0);
+
+    env_set_string(&session, "ENGINE_DIR", dir.path);
+    env_set_string(&session, "SU_LOGIN", "");
+    env_set_string(&session, "carried", "across");
+    ASSERT_EQ(actions_init(&session), 0);
+    ASSERT_EQ(actions_execute(&session, "env_save"), 0);
+    env_set_string(&session, "SU_COMMAND",
+                   "${ENGINE_DIR}/kelm --RUN_MODE elevated --TEMP_FOLDER ${TEMP_FOLDER} --KELM_EXIT_CODE 3");
+    EXPECT_EQ(actions_execute(&session, "shell_execute_command"), 3);
+    EXPECT_EQ(env_get_string(&session, "KELM_EXIT_CODE"), "3");
+    EXPECT_EQ(env_get_string(&session, "AUTH_STATUS"), "AUTH_SUCCESS");
+    EXPECT_FALSE(is_dir(dir.file("temp").c_str()));
+    EXPECT_NE(read_text(dir.file(ENV_FILE_NAME)).find("carried#across\n"), std::string::npos);
+    EXPECT_NE(run_command("cat " + dir.path + "/orvan.kelm.root.*.log").find("main: remove temporary folder"),
+              std::string::npos);
 }
 
 } // namespace
