@@ -221,10 +221,16 @@ TEST_F(SushellTest, ElevatedEngineRunsAndItsStatusComesBack)
     if (geteuid() != 0)
         GTEST_SKIP() << "sudo without a password needs root";
     ASSERT_EQ(symlink(KELM_BINARY_DIR "/kelm", dir.file("kelm").c_str()), 0);
-    cab_entry_src_t entry = {};
-    entry.component = STORE_INTERNAL;
-    entry.name = "placeholder";
-    ASSERT_EQ(store_write_cab_file(dir.file("kelm.cab").c_str(), &entry, 1, false, nullptr, 0), 0);
+    // The least package the engine starts with: a cab beside it with product.ini.
+    std::string product = "PRODUCT_NAME=elevation test\n";
+    cab_entry_src_t entries[2] = {};
+    entries[0].component = STORE_INTERNAL;
+    entries[0].name = "placeholder";
+    entries[1].component = STORE_INTERNAL;
+    entries[1].name = "product.ini";
+    entries[1].data = product.data();
+    entries[1].data_size = (int64_t)product.size();
+    ASSERT_EQ(store_write_cab_file(dir.file("kelm.cab").c_str(), entries, 2, false, nullptr, 0), 0);
 
     env_set_string(&session, "ENGINE_DIR", dir.path);
     env_set_string(&session, "SU_LOGIN", "");
