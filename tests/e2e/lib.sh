@@ -41,10 +41,11 @@ tmux_start() { # name width command...
 }
 tmux_keys() { tmux -L "$TMUX_SOCKET" send-keys -t "$1" "${@:2}"; }
 tmux_screen() { tmux -L "$TMUX_SOCKET" capture-pane -p -t "$1"; }
-# Waits until the screen shows the text; fails after about 10 seconds.
+# Waits until the screen shows the text; fails after about 30 seconds (the
+# machine may be busy building).
 tmux_wait_for() { # name text
   local i
-  for i in $(seq 1 100); do
+  for i in $(seq 1 300); do
     if tmux_screen "$1" | grep -qF -- "$2"; then return 0; fi
     sleep 0.1
   done
@@ -55,7 +56,7 @@ tmux_wait_for() { # name text
 # The exit status of the pane's command, once it has ended.
 tmux_status() {
   local i
-  for i in $(seq 1 100); do
+  for i in $(seq 1 300); do
     local dead
     dead=$(tmux -L "$TMUX_SOCKET" display-message -p -t "$1" '#{pane_dead}')
     if [ "$dead" = 1 ]; then
