@@ -260,12 +260,10 @@ int xml_run(xml_parser_t* parser, const char* text, size_t length)
     size_t i = 0;
     size_t start = 0; // where the name, value or text being read began
 
-#define CURRENT (&parser->open.items[parser->open.count - 1].node)
-#define STORE_NAME()                                                                                                   \
-    do {                                                                                                               \
-        if (!(CURRENT->name = xml_store(parser, text, start, i)))                                                      \
-            return -1;                                                                                                 \
-    } while (0)
+    // The element being read is the innermost open one.
+    auto current = [parser]() { return &parser->open.items[parser->open.count - 1].node; };
+    // The name ends at the byte i.
+    auto store_name = [&]() { return (current()->name = xml_store(parser, text, start, i)) != nullptr; };
 
     while (i < length) {
         char c = text[i];
@@ -382,18 +380,17 @@ int xml_run(xml_parser_t* parser, const char* text, size_t length)
                     i++;
                 break;
             }
+            if (!store_name())
+                return -1;
             if (c == '/') {
-                STORE_NAME();
-                node_t* node = CURRENT;
+                node_t* node = current();
                 node->keys_count = -1;
                 node->childs_count = -1;
                 state = E_FINISH;
             } else if (c == ' ' || c == '\t') {
-                STORE_NAME();
                 state = E_PROPS;
             } else if (c == '>') {
-                STORE_NAME();
-                CURRENT->keys_count = -1;
+                current()->keys_count = -1;
                 start = i + 1;
                 state = E_DATA;
             } else {
@@ -404,7 +401,7 @@ int xml_run(xml_parser_t* parser, const char* text, size_t length)
             break;
         case E_PROPS:
             if (c == '/') {
-                node_t* node = CURRENT;
+                node_t* node = current();
                 if (xml_take_keys(parser, node) < 0)
                     return -1;
                 node->childs_count = -1;
@@ -412,7 +409,7 @@ int xml_run(xml_parser_t* parser, const char* text, size_t length)
             } else if (c == ' ' || c == '\t') {
                 // separators only
             } else if (c == '>') {
-                if (xml_take_keys(parser, CURRENT) < 0)
+                if (xml_take_keys(parser, current()) < 0)
                     return -1;
                 start = i + 1;
                 state = E_DATA;
@@ -509,7 +506,7 @@ int xml_run(xml_parser_t* parser, const char* text, size_t length)
                 break;
             }
             if (stop > start) {
-                node_t* node = CURRENT;
+                node_t* node = current();
                 if (!(node->data = xml_store(parser, text, start, stop)))
                     return -1;
                 node->data_len = (int32_t)(stop - start);
@@ -520,8 +517,6 @@ int xml_run(xml_parser_t* parser, const char* text, size_t length)
         }
         }
     }
-#undef STORE_NAME
-#undef CURRENT
 
     if (state != VACUUM) {
         error("xml_parse: unexpected end of xml data");
