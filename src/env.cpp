@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -297,9 +298,21 @@ char* env_replace_tags(char* text)
     return copy;
 }
 
-// Deeper than this, a reference cycle or an escaped "${" that can never
-// resolve is assumed; the text is returned as it stands.
+// Guards against texts that never finish expanding: a property whose value
+// refers to itself, directly or through others, or an escaped "\${" that
+// keeps its "${" at every level. Deeper than EXPAND_MAX_DEPTH levels, or once
+// one level's result would grow beyond EXPAND_MAX_GROWTH bytes more than the
+// original operand (a value holding its own reference twice doubles at each
+// level), the text is returned as it stands at that level, and logged.
 static const int EXPAND_MAX_DEPTH = 64;
+static const size_t EXPAND_MAX_GROWTH = 16u << 20;
+
+// What one expansion carries through its levels.
+struct expand_state_t {
+    int depth;
+    size_t limit;
+    bool hidden; // a reference named a property whose value stays out of the log
+};
 
 static char* finish_tags(char* text)
 {
@@ -309,7 +322,14 @@ static char* finish_tags(char* text)
     return replaced;
 }
 
-static char* expand_operand_depth(session_t* session, const char* op, int depth)
+// The text for a log line: the operand itself, unless a hidden property's
+// value may have been expanded into it.
+static const char* loggable(const expand_state_t* state, const char* text)
+{
+    return state->hidden ? "[HIDDEN]" : text;
+}
+
+static char* expand_operand_level(session_t* session, const char* op, expand_state_t* state)
 {
     if (!session || !op) {
         error("%s:%d: parameter is null", __FILE__, __LINE__);
@@ -317,10 +337,6 @@ static char* expand_operand_depth(session_t* session, const char* op, int depth)
     }
     if (!*op)
         return strdup("");
-    if (depth >= EXPAND_MAX_DEPTH) {
-        error("expand_operand: recursion depth %d reached, operand left as it is: %s", depth, op);
-        return strdup(op);
-    }
     char* copy = strdup(op);
     if (!copy) {
         error("expand_operand: strdup of op failed");
@@ -333,43 +349,89 @@ static char* expand_operand_depth(session_t* session, const char* op, int depth)
         memmove(copy, copy + 1, length);
         length--;
     }
+    // The recursion ends with the first level that holds no reference.
     if (!strstr(op, "${"))
         return finish_tags(copy);
+    if (state->depth >= EXPAND_MAX_DEPTH) {
+        error("expand_operand: recursion depth %d reached, operand left as it is: %s", state->depth,
+              loggable(state, op));
+        free(copy);
+        return strdup(op);
+    }
 
+    // The room is tracked as a buffer that doubles, so that growth shows in
+    // the log a few times at most; std::string does the actual allocation.
     std::string result;
-    result.reserve(512);
+    size_t room = 512;
+    result.reserve(room);
     for (size_t i = 0; i < length; i++) {
         char c = copy[i];
         bool reference =
             c == '$' && (i == 0 || copy[i - 1] != '\\') && i + 1 < length && (copy[i + 1] == '{' || copy[i + 1] == '<');
         if (!reference) {
+            if (result.size() + 1 >= room) {
+                print_log("expand_operand: increasing result size with %d to %d", (int)room, (int)(room * 2));
+                room *= 2;
+                result.reserve(room);
+            }
             result += c;
             continue;
         }
+        // The first '}' anywhere behind the '$' closes, whatever opened;
+        // only without one does a '>' close.
         const char* closer = strchr(copy + i + 1, '}');
         if (!closer)
             closer = strchr(copy + i + 1, '>');
         if (!closer) {
-            error("expand_operand: operand %s is erroneous\n", op);
+            error("expand_operand: operand %s is erroneous\n", loggable(state, op));
             free(copy);
             return strdup(op);
         }
         std::string name(copy + i + 2, closer - (copy + i + 2));
-        result += env_get_string(session, name);
+        if (env_is_hidden_name(name))
+            state->hidden = true;
+        std::string value = env_get_string(session, name);
+        if (result.size() + value.size() > state->limit) {
+            error("expand_operand: result would exceed %zu bytes, operand left as it is: %s", state->limit,
+                  loggable(state, op));
+            free(copy);
+            return strdup(op);
+        }
+        if (result.size() + value.size() + 1 > room) {
+            room = std::max(room * 2, result.size() + value.size() + 1);
+            print_log("expand_operand: increasing result size to %d to let variable value fit", (int)room);
+            result.reserve(room);
+        }
+        result += value;
         i = closer - copy;
     }
     free(copy);
-    char* expanded = finish_tags(strdup(result.c_str()));
+    char* expanded = strdup(result.c_str());
+    if (!expanded) {
+        error("expand_operand: result calloc failure.");
+        return nullptr;
+    }
+    expanded = finish_tags(expanded);
     if (!expanded)
         return nullptr;
-    char* deeper = expand_operand_depth(session, expanded, depth + 1);
+    state->depth++;
+    char* deeper = expand_operand_level(session, expanded, state);
     free(expanded);
     return deeper;
 }
 
+char* expand_operand_marked(session_t* session, const char* op, bool* hidden)
+{
+    expand_state_t state = {0, EXPAND_MAX_GROWTH + (op ? strlen(op) : 0), false};
+    char* result = expand_operand_level(session, op, &state);
+    if (hidden)
+        *hidden = state.hidden;
+    return result;
+}
+
 char* expand_operand(session_t* session, const char* op)
 {
-    return expand_operand_depth(session, op, 0);
+    return expand_operand_marked(session, op, nullptr);
 }
 
 std::string expand_string(session_t* session, const std::string& op)

@@ -52,9 +52,14 @@ bool env_is_hidden_name(const std::string& name);
 // Replaces the four XML entities, in order; returns the input itself when
 // none occurs, else a new string. Null input gives null.
 char* env_replace_tags(char* text);
-// Resolves ${name} references, enclosing quotes and entities; the caller
-// frees the result. Null on a null argument.
+// Resolves ${name} references, enclosing quotes and entities, level after
+// level until no "${" is left; the caller frees the result. Null on a null
+// argument. A text that never finishes (a reference cycle, an escaped "${")
+// is given back as it stands after 64 levels or 16 MiB of growth.
 char* expand_operand(session_t* session, const char* op);
+// expand_operand that also tells, through *hidden (when not null), whether a
+// reference named a property whose value must stay out of the log.
+char* expand_operand_marked(session_t* session, const char* op, bool* hidden);
 // expand_operand on a std::string; the empty string where it gives null.
 std::string expand_string(session_t* session, const std::string& op);
 
