@@ -329,6 +329,21 @@ static const char* loggable(const expand_state_t* state, const char* text)
     return state->hidden ? "[HIDDEN]" : text;
 }
 
+static const std::string empty_value;
+
+// The value a reference stands for, without copying it; null when missing.
+// Local properties come first, as for env_get_string.
+static const std::string* env_find(session_t* session, const std::string& name)
+{
+    if (session->scope) {
+        auto local = session->scope->env.find(name);
+        if (local != session->scope->env.end())
+            return &local->second;
+    }
+    auto global = session->env.find(name);
+    return global == session->env.end() ? nullptr : &global->second;
+}
+
 static char* expand_operand_level(session_t* session, const char* op, expand_state_t* state)
 {
     if (!session || !op) {
@@ -364,24 +379,40 @@ static char* expand_operand_level(session_t* session, const char* op, expand_sta
     std::string result;
     size_t room = 512;
     result.reserve(room);
-    for (size_t i = 0; i < length; i++) {
-        char c = copy[i];
-        bool reference =
-            c == '$' && (i == 0 || copy[i - 1] != '\\') && i + 1 < length && (copy[i + 1] == '{' || copy[i + 1] == '<');
-        if (!reference) {
-            if (result.size() + 1 >= room) {
+    // Where the next '}' and '>' stand; kept as the scan moves on, so that
+    // looking for closers stays linear in the length of the text.
+    const char* next_brace = strchr(copy, '}');
+    const char* next_angle = strchr(copy, '>');
+    size_t i = 0;
+    while (i < length) {
+        // Text up to the next '$' is copied as it is.
+        const char* dollar = (const char*)memchr(copy + i, '$', length - i);
+        size_t stop = dollar ? (size_t)(dollar - copy) : length;
+        if (stop > i) {
+            while (result.size() + (stop - i) + 1 > room) {
                 print_log("expand_operand: increasing result size with %d to %d", (int)room, (int)(room * 2));
                 room *= 2;
-                result.reserve(room);
             }
-            result += c;
+            result.reserve(room);
+            result.append(copy + i, stop - i);
+            i = stop;
+        }
+        if (!dollar)
+            break;
+        bool reference =
+            (i == 0 || copy[i - 1] != '\\') && i + 1 < length && (copy[i + 1] == '{' || copy[i + 1] == '<');
+        if (!reference) {
+            result += '$';
+            i++;
             continue;
         }
         // The first '}' anywhere behind the '$' closes, whatever opened;
         // only without one does a '>' close.
-        const char* closer = strchr(copy + i + 1, '}');
-        if (!closer)
-            closer = strchr(copy + i + 1, '>');
+        if (next_brace && next_brace <= copy + i)
+            next_brace = strchr(copy + i + 1, '}');
+        if (next_angle && next_angle <= copy + i)
+            next_angle = strchr(copy + i + 1, '>');
+        const char* closer = next_brace ? next_brace : next_angle;
         if (!closer) {
             error("expand_operand: operand %s is erroneous\n", loggable(state, op));
             free(copy);
@@ -390,7 +421,8 @@ static char* expand_operand_level(session_t* session, const char* op, expand_sta
         std::string name(copy + i + 2, closer - (copy + i + 2));
         if (env_is_hidden_name(name))
             state->hidden = true;
-        std::string value = env_get_string(session, name);
+        const std::string* found = env_find(session, name);
+        const std::string& value = found ? *found : empty_value;
         if (result.size() + value.size() > state->limit) {
             error("expand_operand: result would exceed %zu bytes, operand left as it is: %s", state->limit,
                   loggable(state, op));
@@ -403,7 +435,7 @@ static char* expand_operand_level(session_t* session, const char* op, expand_sta
             result.reserve(room);
         }
         result += value;
-        i = closer - copy;
+        i = closer - copy + 1;
     }
     free(copy);
     char* expanded = strdup(result.c_str());
