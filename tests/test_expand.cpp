@@ -122,13 +122,6 @@ TEST_F(ExpandTest, OperandWithoutCloserComesBackAsGiven)
     EXPECT_EQ(expand("${broken}"), "\"${open\"");
 }
 
-TEST_F(ExpandTest, NullArgumentsGiveNull)
-{
-    EXPECT_EQ(expand_operand(nullptr, "x"), nullptr);
-    EXPECT_EQ(expand_operand(&session, nullptr), nullptr);
-    EXPECT_NE(log().find("parameter is null"), std::string::npos);
-}
-
 TEST_F(ExpandTest, CyclesAndEscapedReferencesStopAtTheDepthLimit)
 {
     set("self", "${self}");
