@@ -182,8 +182,8 @@ static int compare_versions_masked(const char* left, const char* right, int oper
 {
     print_log("compare_versions: comparing %s %d %s", hidden ? "[HIDDEN]" : left, operation,
               hidden ? "[HIDDEN]" : right);
-    // Package versions such as "1.2-3" or "2:1.0" compare by their leading
-    // dotted part.
+    // The left operand counts up to its first ':', '-' or newline, so that
+    // a package version such as "1.2-3" compares as 1.2.
     std::string clean(left, strcspn(left, ":-\n"));
     print_log("compare_versions: clean version is %s", hidden ? "[HIDDEN]" : clean.c_str());
     int l[4], r[4];
