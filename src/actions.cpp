@@ -6,6 +6,7 @@
 
 #include "env.h"
 #include "log.h"
+#include "string_table.h"
 #include "sushell.h"
 
 // The built-in actions in registration order, which is also the search
@@ -27,6 +28,8 @@
 //   kelm_architecture_configuration, kelm_prepare_download_list,
 //   kelm_add_space_requirement, env_save, env_restore, shell_execute_command
 static const action_t builtin_actions[] = {
+    {string_table_bind, "string_table_bind"},
+    {string_table_init, "string_table_init"},
     {env_save, "env_save"},
     {env_restore, "env_restore"},
     {shell_execute_command, "shell_execute_command"},

@@ -16,6 +16,7 @@
 #include "env.h"
 #include "log.h"
 #include "store.h"
+#include "string_table.h"
 #include "utils.h"
 
 extern char** environ;
@@ -217,6 +218,8 @@ int driver_main(int argc, char** argv)
 
     commandline_merge(&engine, &command_line.env);
     driver_settle_defaults(&engine);
+    string_table_init(&engine);
+    string_table_bind(&engine);
 
     std::string mode = env_get_string(&engine, "KELM_MODE");
     if (env_exists(&engine, "silent") && mode != "uninstall" && !driver_check_path_option(&engine, "silent"))

@@ -10,6 +10,7 @@
 
 #include "env.h"
 #include "log.h"
+#include "string_table.h"
 
 sigjmp_buf position;
 volatile int position_is_set = 0;
@@ -22,6 +23,7 @@ session_t::~session_t()
     // The root cab lives as long as the process; releasing it here keeps
     // leak checkers quiet at the very end.
     store_release(&cab);
+    string_table_free(this);
 }
 
 int session_init_cdata(session_t* session)

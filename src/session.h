@@ -25,6 +25,7 @@ struct coex_rule_t;
 struct prereq_def_t;
 struct progress_t;
 struct package_description;
+struct document_t;
 
 #define KELM_CDATA_SLOTS 1024
 
@@ -73,6 +74,12 @@ struct session_t {
     struct package_description* package_description = nullptr;
     TSD tsd;
     struct logging_state_t* log_state = nullptr;
+    // The string table: one parsed file, language and condition (or null)
+    // per line of strings.ini, through index string_last.
+    document_t* string_docs = nullptr;
+    char** string_langs = nullptr;
+    char** string_conds = nullptr;
+    int32_t string_last = -1;
 
     session_t() = default;
     ~session_t();
