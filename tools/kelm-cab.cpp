@@ -15,9 +15,11 @@
 #include <string>
 #include <vector>
 
+#include "env.h"
 #include "file.h"
 #include "log.h"
 #include "store.h"
+#include "xml.h"
 
 static const char* const USAGE =
     "usage: kelm-cab create [-a] [-C dir] [-l log] OUT MANIFEST   write a cab from a manifest (\"-\": stdin)\n"
@@ -284,8 +286,70 @@ static bool add_tree(manifest_t* manifest, const std::string& directory, std::ma
     return true;
 }
 
-// Parses the manifest text. Returns false after printing the first problem.
-static bool parse_manifest(const std::string& text, const std::string& file_name, manifest_t* manifest)
+// Adds one manifest line: a keyword and its words (fields and arguments).
+// "set" changes the defaults instead. False after printing a problem.
+static bool add_manifest_line(manifest_t* manifest, std::map<std::string, std::string>* defaults,
+                              const std::string& verb, const std::vector<word_t>& words, const std::string& where)
+{
+    std::map<std::string, std::string> fields = *defaults;
+    std::vector<std::string> positional;
+    std::string problem;
+    if (!apply_fields(words, 0, verb == "set" ? defaults : &fields, &positional, &problem)) {
+        fail("%s: %s", where.c_str(), problem.c_str());
+        return false;
+    }
+    if (verb != "set" && verb != "file" && verb != "data" && verb != "empty" && verb != "link" && verb != "tree") {
+        fail("%s: unknown keyword \"%s\" (expected set, file, data, empty, link or tree)", where.c_str(), verb.c_str());
+        return false;
+    }
+    size_t wanted = verb == "file" || verb == "tree" ? 1 : 0;
+    if (positional.size() != wanted) {
+        fail("%s: \"%s\" takes %zu source(s), got %zu", where.c_str(), verb.c_str(), wanted, positional.size());
+        return false;
+    }
+    if (verb == "set")
+        return true;
+    if (fields.count("content") && verb != "data") {
+        fail("%s: content belongs to data entries only", where.c_str());
+        return false;
+    }
+    if (verb == "tree") {
+        if (add_tree(manifest, join_path(manifest->base, positional[0]), fields, where, &problem))
+            return true;
+        fail("%s: %s", where.c_str(), problem.c_str());
+        return false;
+    }
+    manifest_entry_t entry;
+    entry.where = where;
+    entry.fields = fields;
+    if (verb == "file") {
+        entry.source = join_path(manifest->base, positional[0]);
+        if (!entry.fields.count("name") || entry.fields["name"].empty()) {
+            size_t slash = positional[0].rfind('/');
+            entry.fields["name"] = slash == std::string::npos ? positional[0] : positional[0].substr(slash + 1);
+        }
+    } else if (verb == "data") {
+        entry.has_content = true;
+        entry.content = fields.count("content") ? fields["content"] : "";
+        entry.fields.erase("content");
+    } else if (verb == "link") {
+        if (!entry.fields.count("name") || entry.fields["name"].empty())
+            entry.fields["name"] = "N/A";
+        if (!entry.fields.count("target_name") || entry.fields["target_name"].empty()) {
+            fail("%s: a link needs target_name", where.c_str());
+            return false;
+        }
+    }
+    if ((verb == "data" || verb == "empty") && (!entry.fields.count("name") || entry.fields["name"].empty())) {
+        fail("%s: \"%s\" needs a name", where.c_str(), verb.c_str());
+        return false;
+    }
+    manifest->entries.push_back(entry);
+    return true;
+}
+
+// Parses a line manifest. Returns false after printing the first problem.
+static bool parse_line_manifest(const std::string& text, const std::string& file_name, manifest_t* manifest)
 {
     std::map<std::string, std::string> defaults;
     size_t position = 0;
@@ -307,67 +371,83 @@ static bool parse_manifest(const std::string& text, const std::string& file_name
             fail("%s: %s", where.c_str(), problem.c_str());
             return false;
         }
-        if (words.empty())
-            continue;
-        const std::string verb = words[0].text;
-        std::map<std::string, std::string> fields = defaults;
-        std::vector<std::string> positional;
-        if (!apply_fields(words, 1, verb == "set" ? &defaults : &fields, &positional, &problem)) {
-            fail("%s: %s", where.c_str(), problem.c_str());
+        std::string verb = words[0].text;
+        words.erase(words.begin());
+        if (!add_manifest_line(manifest, &defaults, verb, words, where))
             return false;
-        }
-        size_t wanted = verb == "file" || verb == "tree" ? 1 : 0;
-        if (positional.size() != wanted) {
-            fail("%s: \"%s\" takes %zu word(s) before its fields, got %zu", where.c_str(), verb.c_str(), wanted,
-                 positional.size());
-            return false;
-        }
-        if (verb == "set")
-            continue;
-        if (verb != "file" && verb != "data" && verb != "empty" && verb != "link" && verb != "tree") {
-            fail("%s: unknown line \"%s\" (expected set, file, data, empty, link or tree)", where.c_str(),
-                 verb.c_str());
-            return false;
-        }
-        if (fields.count("content") && verb != "data") {
-            fail("%s: content= belongs to data lines only", where.c_str());
-            return false;
-        }
-        if (verb == "tree") {
-            if (!add_tree(manifest, join_path(manifest->base, positional[0]), fields, where, &problem)) {
-                fail("%s: %s", where.c_str(), problem.c_str());
-                return false;
-            }
-            continue;
-        }
-        manifest_entry_t entry;
-        entry.where = where;
-        entry.fields = fields;
-        if (verb == "file") {
-            entry.source = join_path(manifest->base, positional[0]);
-            if (!entry.fields.count("name") || entry.fields["name"].empty()) {
-                size_t slash = positional[0].rfind('/');
-                entry.fields["name"] = slash == std::string::npos ? positional[0] : positional[0].substr(slash + 1);
-            }
-        } else if (verb == "data") {
-            entry.has_content = true;
-            entry.content = fields.count("content") ? fields["content"] : "";
-            entry.fields.erase("content");
-        } else if (verb == "link") {
-            if (!entry.fields.count("name") || entry.fields["name"].empty())
-                entry.fields["name"] = "N/A";
-            if (!entry.fields.count("target_name") || entry.fields["target_name"].empty()) {
-                fail("%s: a link needs target_name=", where.c_str());
-                return false;
-            }
-        }
-        if ((verb == "data" || verb == "empty") && (!entry.fields.count("name") || entry.fields["name"].empty())) {
-            fail("%s: \"%s\" needs name=", where.c_str(), verb.c_str());
-            return false;
-        }
-        manifest->entries.push_back(entry);
     }
     return true;
+}
+
+// An attribute value or element text with the XML entities replaced.
+static std::string xml_text(const char* raw, int32_t length)
+{
+    std::string copy(raw, length < 0 ? strlen(raw) : (size_t)length);
+    char* text = strdup(copy.c_str());
+    char* replaced = env_replace_tags(text);
+    std::string result = replaced ? replaced : copy;
+    if (replaced != text)
+        free(replaced);
+    free(text);
+    return result;
+}
+
+// Parses an XML manifest: a <cab> root whose elements are the keywords of
+// the line format, with fields as attributes, source= as the file or
+// directory, and a data element's text as its content.
+static bool parse_xml_manifest(const std::string& text, const std::string& file_name, manifest_t* manifest)
+{
+    document_t document;
+    bool ok = xml_parse(text.c_str(), &document) == 0;
+    if (!ok) {
+        fail("%s: not a readable XML manifest: %s", file_name.c_str(), last_log_line().c_str());
+    } else if (document.nodes_count != 1 || strcmp(document.nodes[0].name, "cab") != 0) {
+        fail("%s: an XML manifest has one root element, <cab>", file_name.c_str());
+        ok = false;
+    }
+    std::map<std::string, std::string> defaults;
+    node_t* root = ok ? &document.nodes[0] : nullptr;
+    for (int32_t i = 0; ok && i < root->childs_count; i++) {
+        node_t* node = &root->childs[i];
+        std::string verb = node->name;
+        std::string where = file_name + ": <" + verb + "> #" + std::to_string(i + 1);
+        std::vector<word_t> words;
+        bool has_content = false;
+        for (int32_t k = 0; k < node->keys_count; k++) {
+            std::string name = node->keys[k].name;
+            for (char& c : name)
+                c = (char)tolower((unsigned char)c);
+            std::string value = xml_text(node->keys[k].value ? node->keys[k].value : "", -1);
+            word_t word;
+            if (name == "source") {
+                word.text = value;
+            } else {
+                word.text = name + "=" + value;
+                word.equals = (long)name.size();
+                has_content = has_content || name == "content";
+            }
+            words.push_back(word);
+        }
+        if (verb == "data" && !has_content && node->data && node->data_len > 0) {
+            word_t word;
+            word.text = "content=" + xml_text(node->data, node->data_len);
+            word.equals = 7;
+            words.push_back(word);
+        }
+        ok = add_manifest_line(manifest, &defaults, verb, words, where);
+    }
+    xml_free(&document);
+    return ok;
+}
+
+// A manifest whose first non-blank character is '<' is XML; any other is
+// the line format.
+static bool parse_manifest(const std::string& text, const std::string& file_name, manifest_t* manifest)
+{
+    size_t first = text.find_first_not_of(" \t\r\n");
+    if (first != std::string::npos && text[first] == '<')
+        return parse_xml_manifest(text, file_name, manifest);
+    return parse_line_manifest(text, file_name, manifest);
 }
 
 // Lookups by component (store_file_exists and friends) find an entry of a

@@ -50,6 +50,25 @@ check "extract by name and component" cmp -s got.bin src/tree/sub/data.bin
 "$tool" extract -i 0 out.cab got.ini
 check "extract by index" cmp -s got.ini src/product.ini
 
+# The XML spelling of a manifest makes the same cab.
+cat >src/manifest.xml <<'MANIFEST'
+<cab>
+  <set uid="root" group="root"/>
+  <file source="product.ini" component="_internal_"/>
+  <data name="strings.ini" component="_internal_">[default]
+key=value
+</data>
+  <link component="core" install_name="${installdir}/bin/run" target_name="run.sh"/>
+  <set attrs="0644"/>
+  <tree source="tree" component="core" install_name="${installdir}" condition="${ARCH} == &quot;ORVAN64&quot;"/>
+  <empty name="placeholder" component="extra" type="3" cksum=""/>
+</cab>
+MANIFEST
+"$tool" create xml.cab src/manifest.xml
+check "an XML manifest makes the same cab" cmp -s out.cab xml.cab
+printf '<cab><file source="product.ini" colour="red"/></cab>' | "$tool" create -C src bad.cab - 2>err || true
+check "XML manifests name their faults" grep -q '<stdin>: <file> #1: unknown field "colour"' err
+
 # A tree on the command line keeps the files' own modes.
 "$tool" tree tree.cab src/tree component=core
 check "tree mode stores modes" test "$(field tree.cab 0 10)" = 0750
