@@ -163,9 +163,14 @@ static char* read_string_bytes(table_reader_t* reader, int64_t length, bool* com
     *complete = true;
     if (wanted < 1)
         return nullptr;
-    int64_t here = ftello(reader->file);
-    int64_t available = here >= 0 && reader->file_size > here ? reader->file_size - here : 0;
-    int64_t size = wanted < available ? wanted : available;
+    int64_t size = wanted;
+    // Only a long field needs the test against the rest of the file, which
+    // keeps a forged length from allocating gigabytes.
+    if (wanted > 65536) {
+        int64_t here = ftello(reader->file);
+        int64_t available = here >= 0 && reader->file_size > here ? reader->file_size - here : 0;
+        size = wanted < available ? wanted : available;
+    }
     char* text = (char*)calloc((size_t)size + 1, 1);
     if (!text) {
         reader->out_of_memory = true;
