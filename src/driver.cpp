@@ -15,6 +15,7 @@
 #include "config.h"
 #include "env.h"
 #include "log.h"
+#include "seq.h"
 #include "store.h"
 #include "string_table.h"
 #include "utils.h"
@@ -234,6 +235,7 @@ int driver_main(int argc, char** argv)
     }
 
     actions_init(&engine);
+    init_sequence(&engine);
 
     return driver_finish(&engine);
 }

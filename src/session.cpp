@@ -10,6 +10,7 @@
 
 #include "env.h"
 #include "log.h"
+#include "seq.h"
 #include "string_table.h"
 
 sigjmp_buf position;
@@ -20,6 +21,7 @@ session_t::~session_t()
     tsd.products.clear();
     env.clear();
     free(actions);
+    sequence_release_all(this);
     // The root cab lives as long as the process; releasing it here keeps
     // leak checkers quiet at the very end.
     store_release(&cab);
