@@ -1,0 +1,475 @@
+// Loading sequences: the choice in sequence.ini, the chain of modules, the
+// layers with their unpacked files and strings, and the list helpers.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "env.h"
+#include "log.h"
+#include "seq.h"
+#include "store.h"
+#include "testutil.h"
+#include "utils.h"
+#include "xml.h"
+
+namespace
+{
+
+struct Entry {
+    std::string component;
+    std::string name;
+    std::string data;
+};
+
+void write_cab(const std::string& path, const std::vector<Entry>& entries)
+{
+    std::vector<cab_entry_src_t> sources(entries.size());
+    for (size_t i = 0; i < entries.size(); i++) {
+        sources[i] = {};
+        sources[i].component = entries[i].component.c_str();
+        sources[i].name = entries[i].name.c_str();
+        sources[i].data = entries[i].data.c_str();
+        sources[i].data_size = (int64_t)entries[i].data.size();
+    }
+    char message[256] = "";
+    ASSERT_EQ(store_write_cab_file(path.c_str(), sources.data(), (int)sources.size(), false, message, sizeof message),
+              0)
+        << message;
+}
+
+// A session with its log in a private directory, a root cab built from the
+// entries, and the properties the loader reads pointing inside the folder.
+struct Package {
+    TempDir dir;
+    session_t session;
+    std::string log_path;
+
+    explicit Package(const std::vector<Entry>& root_entries)
+    {
+        log_path = dir.file("test.log");
+        open_test_log(log_path);
+        write_cab(dir.file("install.cab"), root_entries);
+        EXPECT_EQ(store_read_header(&session, &session.cab, dir.file("install.cab").c_str()), 0);
+        mkdir(dir.file("config").c_str(), 0755);
+        mkdir(dir.file("tmp").c_str(), 0755);
+        env_set_string(&session, "ENGINE_DIR", dir.path);
+        env_set_string(&session, "CONFIG_DIR", dir.file("config"));
+        env_set_string(&session, "TEMP_FOLDER", dir.file("tmp"));
+    }
+    ~Package()
+    {
+        sequence_release_all(&session);
+        log_disable();
+    }
+    std::string log() const { return read_text(log_path); }
+    seq_item_t* first() { return session.seqs.seq ? &session.seqs.seq[0] : nullptr; }
+    std::string step_ids()
+    {
+        std::string ids;
+        for (int i = 0; i < first()->steps_count; i++)
+            ids += std::string(i ? "," : "") + first()->seq_steps[i].id;
+        return ids;
+    }
+};
+
+// Position of a text in the log, or npos; for checking the order of lines.
+size_t at(const std::string& log, const std::string& text)
+{
+    return log.find(text);
+}
+
+// True when a line of the log reports the message as an error.
+bool reported(const std::string& log, const std::string& message)
+{
+    size_t from = 0;
+    while ((from = log.find(message, from)) != std::string::npos) {
+        size_t start = log.rfind('\n', from);
+        std::string head = log.substr(start == std::string::npos ? 0 : start, from - start);
+        if (head.find(" - ERROR: ") != std::string::npos)
+            return true;
+        from++;
+    }
+    return false;
+}
+
+TEST(SeqChoice, FirstTrueReadableLineWins)
+{
+    Package pkg({{"_internal_", "sequence.ini",
+                  "# comment\n"
+                  "short:line\n"
+                  "_internal_:off.xml:a = b\n"
+                  "_internal_:missing.xml:a = a\n"
+                  "_internal_:garbage.xml:a = a\n"
+                  "_internal_:one.xml:a = a\r\n"
+                  "_internal_:two.xml:a = a\n"},
+                 {"_internal_", "off.xml", "<s/>"},
+                 {"_internal_", "garbage.xml", "just text, no element"},
+                 {"_internal_", "one.xml", "<s><module id=\"_start_\"/></s>"},
+                 {"_internal_", "two.xml", "<s/>"}});
+    ASSERT_EQ(init_sequence(&pkg.session), 0);
+    ASSERT_NE(pkg.first(), nullptr);
+    EXPECT_EQ(pkg.session.seqs.count, 1);
+    EXPECT_EQ(pkg.session.seqs.capacity, 2);
+    EXPECT_STREQ(pkg.first()->filename, "one.xml");
+    std::string log = pkg.log();
+    EXPECT_NE(at(log, "init_sequence: less than three components, skipping this line"), std::string::npos);
+    EXPECT_NE(at(log, "init_sequence: Condition is false"), std::string::npos);
+    EXPECT_TRUE(reported(log, "init_sequence: can't extract _internal_::missing.xml"));
+    EXPECT_TRUE(reported(log, "init_sequence: can't load the sequence data"));
+    EXPECT_EQ(at(log, "two.xml sequence file"), std::string::npos);
+    EXPECT_LT(at(log, "init_sequence: started"), at(log, "init_sequence: finished"));
+}
+
+TEST(SeqChoice, MissingOrUselessDefinitionMeansNoSequence)
+{
+    Package none({{"_internal_", "product.ini", "a=b\n"}});
+    EXPECT_EQ(init_sequence(&none.session), 0);
+    EXPECT_EQ(none.session.seqs.seq, nullptr);
+    EXPECT_TRUE(reported(none.log(), "init_sequence: There is no _internal_::sequence.ini"));
+
+    Package useless({{"_internal_", "sequence.ini", "_internal_:gone.xml:a = a\n_internal_:x.xml:a = b\n"},
+                     {"_internal_", "x.xml", "<s/>"}});
+    EXPECT_EQ(init_sequence(&useless.session), 0);
+    EXPECT_EQ(useless.session.seqs.seq, nullptr);
+    EXPECT_EQ(useless.session.seqs.count, 0);
+}
+
+TEST(SeqChoice, FilesOnDiskAreReadRelativeToEngineDir)
+{
+    Package pkg({{"_internal_", "sequence.ini", ":seqs/disk.xml:a = a\n"}});
+    mkdir(pkg.dir.file("seqs").c_str(), 0755);
+    write_text(pkg.dir.file("seqs/disk.xml"), "<s><module id=\"_start_\"/></s>");
+    ASSERT_EQ(init_sequence(&pkg.session), 0);
+    ASSERT_NE(pkg.first(), nullptr);
+    EXPECT_STREQ(pkg.first()->filename, "seqs/disk.xml");
+
+    // A named file that cannot be opened is a failure, not a fall-through.
+    Package broken({{"_internal_", "sequence.ini", ":nothere.xml:a = a\n_internal_:x.xml:a = a\n"},
+                    {"_internal_", "x.xml", "<s/>"}});
+    EXPECT_EQ(init_sequence(&broken.session), -1);
+    EXPECT_EQ(broken.session.seqs.seq, nullptr);
+    EXPECT_TRUE(reported(broken.log(), "sequence_init: can not open file " + broken.dir.path + "/nothere.xml"));
+
+    Package empty({{"_internal_", "sequence.ini", ":empty.xml:a = a\n"}});
+    write_text(empty.dir.file("empty.xml"), "");
+    EXPECT_EQ(init_sequence(&empty.session), -1);
+    EXPECT_NE(at(empty.log(), "sequence_init: can not read content of the"), std::string::npos);
+}
+
+const char* const CHAIN = "<sequence>"
+                          "<module id=\"third\" file=\"m3.xml\" component=\"_internal_\" name=\"Third\"/>"
+                          "<module id=\"orphan\" file=\"m1.xml\" component=\"_internal_\"/>"
+                          "<module id=\"_start_\" file=\"m1.xml\" component=\"_internal_\" action=\"a1\" "
+                          "name=\"First\" condition=\"x = x\">"
+                          "<module id=\"inner\" file=\"sub.xml\" component=\"_internal_\" action=\"s1\"/>"
+                          "<module id=\"lost\" file=\"nope.xml\" component=\"_internal_\"/>"
+                          "<next call=\"${SECOND}\"/>"
+                          "</module>"
+                          "<module id=\"second\" file=\"absent.xml\" component=\"_internal_\">"
+                          "<next call=\"third\"/>"
+                          "</module>"
+                          "<module id=\"third\" file=\"m1.xml\" component=\"_internal_\"/>"
+                          "</sequence>";
+
+TEST(SeqSteps, ChainFollowsNextWithMacrosAndNestedModules)
+{
+    Package pkg({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
+                 {"_internal_", "seq.xml", CHAIN},
+                 {"_internal_", "m1.xml", "<doc><behavior/></doc>"},
+                 {"_internal_", "m3.xml", "<doc/>"},
+                 {"_internal_", "sub.xml", "<doc/>"}});
+    env_set_string(&pkg.session, "SECOND", "second");
+    ASSERT_EQ(init_sequence(&pkg.session), 0);
+    ASSERT_EQ(sequence_execute_container(&pkg.session, pkg.first()), 0);
+    seq_item_t* seq = pkg.first();
+
+    // Modules are reached only through the chain; the first of an id wins.
+    EXPECT_EQ(pkg.step_ids(), "_start_,second,third");
+    step_t* start = &seq->seq_steps[0];
+    EXPECT_NE(start->doc, nullptr);
+    EXPECT_STREQ(start->action, "a1");
+    EXPECT_STREQ(start->name, "First");
+    EXPECT_STREQ(start->condition, "x = x");
+    EXPECT_EQ(start->owner, seq);
+    ASSERT_EQ(start->subs_count, 2);
+    EXPECT_STREQ(start->sub[0].id, "inner");
+    EXPECT_STREQ(start->sub[0].action, "s1");
+    EXPECT_NE(start->sub[0].doc, nullptr);
+    EXPECT_EQ(start->sub[1].doc, nullptr);
+    EXPECT_EQ(seq->seq_steps[1].doc, nullptr);
+    EXPECT_EQ(seq->seq_steps[1].name, nullptr);
+    EXPECT_STREQ(seq->seq_steps[2].name, "Third");
+
+    std::string log = pkg.log();
+    EXPECT_NE(at(log, "sequence_execute_container: can't extract _internal_::absent.xml HERE"), std::string::npos);
+    EXPECT_NE(at(log, "sequence_execute_container: can't extract _internal_::nope.xml"), std::string::npos);
+    EXPECT_LT(at(log, "Module info: id _start_"), at(log, "sequence_execute_container: found sub: inner"));
+    EXPECT_LT(at(log, "sequence_execute_container: found subs: 2"), at(log, "module_num = 1"));
+    EXPECT_LT(at(log, "module_num = 1"), at(log, "Module info: id second"));
+    EXPECT_LT(at(log, "module_num = 3"), at(log, "sequence_execute_container: finished"));
+
+    EXPECT_EQ(get_module_index_by_id(seq, "third"), 2);
+    EXPECT_EQ(get_module_index_by_id(seq, "orphan"), -1);
+    EXPECT_EQ(get_sequence_by_filename(&pkg.session, "seq.xml"), seq);
+    EXPECT_EQ(get_sequence_by_filename(&pkg.session, "SEQ.xml"), nullptr);
+    log = pkg.log();
+    EXPECT_NE(at(log, "get_module_index_by_id: module third has 2 index"), std::string::npos);
+    EXPECT_NE(at(log, "get_module_index_by_id: module orphan has not been found"), std::string::npos);
+    EXPECT_NE(at(log, "get_sequence_by_filename: sequence SEQ.xml NOT found in cache"), std::string::npos);
+}
+
+TEST(SeqSteps, ChainEndsAtMissingModuleOrRepeatedId)
+{
+    Package pkg({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
+                 {"_internal_", "seq.xml",
+                  "<s><module id=\"_start_\"><next call=\"b\"/></module>"
+                  "<module id=\"b\"><next call=\"_start_\"/></module></s>"}});
+    ASSERT_EQ(init_sequence(&pkg.session), 0);
+    ASSERT_EQ(sequence_execute_container(&pkg.session, pkg.first()), 0);
+    EXPECT_EQ(pkg.step_ids(), "_start_,b");
+
+    Package gap({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
+                 {"_internal_", "seq.xml", "<s><module id=\"_start_\"><next call=\"${UNSET}\"/></module></s>"}});
+    ASSERT_EQ(init_sequence(&gap.session), 0);
+    ASSERT_EQ(sequence_execute_container(&gap.session, gap.first()), 0);
+    EXPECT_EQ(gap.step_ids(), "_start_");
+
+    Package noconfig({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"}, {"_internal_", "seq.xml", "<s/>"}});
+    env_set_string(&noconfig.session, "CONFIG_DIR", "");
+    ASSERT_EQ(init_sequence(&noconfig.session), 0);
+    EXPECT_EQ(sequence_execute_container(&noconfig.session, noconfig.first()), -1);
+    EXPECT_TRUE(reported(noconfig.log(), "sequence_execute_container: base_dir is null"));
+}
+
+// A layer cab: its document first (index 0, never unpacked), then files of
+// every architecture component.
+void write_layer_cab(const std::string& path, const std::string& id, const std::string& doc)
+{
+    write_cab(path, {{"_internal_", id + ".xml", doc},
+                     {"_internal_32_", "lib/arch.so", "narrow"},
+                     {"_internal_32e_", "lib/arch.so", "wide"},
+                     {"_internal_", "run.sh", "echo hi"},
+                     {"data", "kept.txt", "from cab"}});
+}
+
+std::string layered_sequence(const std::string& layers)
+{
+    return "<s>" + layers + "<module id=\"_start_\"/></s>";
+}
+
+TEST(SeqLayers, UnpackingFollowsArchitectureAndSparesExistingFiles)
+{
+    struct Case {
+        const char* arch; // null: ARCH not set
+        const char* unpacked;
+    } cases[] = {{nullptr, "narrow"}, {"NARROW32", "narrow"}, {"ORVAN64", "wide"}, {"TALL64", ""}};
+    for (const Case& c : cases) {
+        Package pkg({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
+                     {"_internal_", "seq.xml", layered_sequence("<layer file=\"l.cab\" id=\"lay\"/>")}});
+        write_layer_cab(pkg.dir.file("config/l.cab"), "lay", "<layer/>");
+        if (c.arch)
+            env_set_string(&pkg.session, "ARCH", c.arch);
+        mkdir(pkg.dir.file("tmp/lay").c_str(), 0755);
+        write_text(pkg.dir.file("tmp/lay/kept.txt"), "already here");
+        ASSERT_EQ(init_sequence(&pkg.session), 0);
+        ASSERT_EQ(sequence_execute_container(&pkg.session, pkg.first()), 0);
+        ASSERT_EQ(pkg.first()->layers_count, 1);
+
+        std::string dir = pkg.dir.file("tmp/lay/");
+        EXPECT_EQ(read_text(dir + "lib/arch.so"), c.unpacked) << (c.arch ? c.arch : "unset");
+        EXPECT_EQ(read_text(dir + "run.sh"), "echo hi");
+        EXPECT_EQ(read_text(dir + "kept.txt"), "already here");
+        EXPECT_FALSE(exists((dir + "lay.xml").c_str()));
+        std::string log = pkg.log();
+        EXPECT_NE(at(log, "entry " + dir + "kept.txt already exists, skipping"), std::string::npos);
+        EXPECT_NE(at(log, std::string("layer temp dir is ") + pkg.dir.file("tmp/lay") + ", arch is " +
+                              (c.arch ? c.arch : "NARROW32")),
+                  std::string::npos);
+    }
+}
+
+TEST(SeqLayers, BrokenLayersAreLeftOutAndOthersLoadInOrder)
+{
+    Package pkg({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
+                 {"_internal_", "seq.xml",
+                  layered_sequence("<layer file=\"a.cab\" id=\"first\" condition=\"c1\" executedir=\"x;y\"/>"
+                                   "<layer id=\"nofile\"/>"
+                                   "<layer file=\"a.cab\"/>"
+                                   "<layer file=\"missing.cab\" id=\"gone\"/>"
+                                   "<layer file=\"notacab.cab\" id=\"bad\"/>"
+                                   "<layer file=\"a.cab\" id=\"wrongid\"/>"
+                                   "<layer file=\"c.cab\" id=\"last\"/>")}});
+    write_layer_cab(pkg.dir.file("config/a.cab"), "first", "<l/>");
+    write_text(pkg.dir.file("config/notacab.cab"), "this is not a cab at all, only some text to read");
+    write_layer_cab(pkg.dir.file("config/c.cab"), "last", "<l/>");
+    ASSERT_EQ(init_sequence(&pkg.session), 0);
+    ASSERT_EQ(sequence_execute_container(&pkg.session, pkg.first()), 0);
+
+    seq_item_t* seq = pkg.first();
+    ASSERT_EQ(seq->layers_count, 2);
+    EXPECT_STREQ(seq->seq_layers[0]->id, "first");
+    EXPECT_STREQ(seq->seq_layers[0]->condition, "c1");
+    EXPECT_STREQ(seq->seq_layers[0]->executedir, "x;y");
+    EXPECT_STREQ(seq->seq_layers[1]->id, "last");
+    EXPECT_EQ(pkg.step_ids(), "_start_");
+
+    std::string log = pkg.log();
+    EXPECT_TRUE(reported(log, "sequence_execute_container: layer file name is NULL"));
+    EXPECT_TRUE(reported(log, "sequence_execute_container: id of layer is NULL"));
+    EXPECT_TRUE(reported(log, "sequence_execute_container: can't extract gone"));
+    EXPECT_TRUE(reported(log, "sequence_execute_container: can't extract bad"));
+    EXPECT_TRUE(reported(log, "sequence_execute_container: can't extract wrongid"));
+    EXPECT_LT(at(log, "layer info: file a.cab, condition c1"), at(log, "layer_num = 1"));
+    EXPECT_LT(at(log, "layer_num = 1"), at(log, "layer_num = 2"));
+    EXPECT_LT(at(log, "layer_num = 2"), at(log, "Module info: id _start_"));
+}
+
+TEST(SeqLayers, TooLongDestinationStopsTheSequence)
+{
+    std::string longname(SEQ_PATH_MAX, 'n');
+    Package pkg({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
+                 {"_internal_", "seq.xml", layered_sequence("<layer file=\"l.cab\" id=\"lay\"/>")}});
+    write_cab(pkg.dir.file("config/l.cab"), {{"_internal_", "lay.xml", "<l/>"}, {"data", longname, "x"}});
+    ASSERT_EQ(init_sequence(&pkg.session), 0);
+    EXPECT_EQ(sequence_execute_container(&pkg.session, pkg.first()), -1);
+    EXPECT_TRUE(reported(pkg.log(), "sequence_execute_container: entry_name max length exceeded"));
+}
+
+const char* const STRINGS_DOC = "<layer>"
+                                "<strings><string name=\"lay_title\">Plain</string>"
+                                "<string name=\"note\">plain note</string></strings>"
+                                "<strings locale=\"default\"><string name=\"lay_extra\">Default</string></strings>"
+                                "<strings locale=\"y\"><string name=\"lay_title\">Why</string>"
+                                "<string name=\"note\">why note</string><string name=\"lay_empty\"/>"
+                                "<string>nameless</string></strings>"
+                                "<strings locale=\"z\"><string name=\"lay_title\">Zed</string></strings>"
+                                "</layer>";
+
+// Loads one layer "lay" holding STRINGS_DOC with the given locale settings.
+struct StringsCase {
+    Package pkg{{{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
+                 {"_internal_", "seq.xml", layered_sequence("<layer file=\"l.cab\" id=\"lay\"/>")}}};
+    seq_layer_t* layer = nullptr;
+
+    StringsCase(const char* lang, const char* mapping, const char* additional)
+    {
+        write_layer_cab(pkg.dir.file("config/l.cab"), "lay", STRINGS_DOC);
+        env_set_string(&pkg.session, "LANG", lang);
+        env_set_string(&pkg.session, "LOCALES_MAPPING", mapping);
+        env_set_string(&pkg.session, "ADDITIONAL_LOCALES", additional);
+        EXPECT_EQ(init_sequence(&pkg.session), 0);
+        EXPECT_EQ(sequence_execute_container(&pkg.session, pkg.first()), 0);
+        if (pkg.first()->layers_count == 1)
+            layer = pkg.first()->seq_layers[0];
+    }
+    std::string local(const char* name) { return env_get_string_internal(&layer->env, name); }
+    std::string global(const char* name) { return env_get_string_internal(&pkg.session.env, name); }
+};
+
+TEST(SeqLayers, LocaleChosenThroughMappingWhenListed)
+{
+    StringsCase sc("x", "w:v;x:y", "en;y;fr");
+    ASSERT_NE(sc.layer, nullptr);
+    EXPECT_EQ(sc.pkg.session.scope, nullptr);
+    EXPECT_EQ(sc.local("lay_title"), "Why");
+    EXPECT_EQ(sc.local("note"), "why note");
+    EXPECT_TRUE(env_exists_internal(&sc.layer->env, "lay_empty"));
+    EXPECT_FALSE(env_exists_internal(&sc.layer->env, "lay_extra"));
+    // Only the strings named after the layer reach the global properties.
+    EXPECT_EQ(sc.global("lay_title"), "Why");
+    EXPECT_FALSE(env_exists_internal(&sc.pkg.session.env, "note"));
+    std::string log = sc.pkg.log();
+    EXPECT_NE(at(log, "Locale 'w' is mapped to 'v'"), std::string::npos);
+    EXPECT_NE(at(log, "Locale 'x' is mapped to 'y'"), std::string::npos);
+    EXPECT_NE(at(log, "found localized strings for layer for LANG 'x'"), std::string::npos);
+}
+
+TEST(SeqLayers, UnlistedLocaleFallsBackToDefaultBlocks)
+{
+    StringsCase sc("x", "x:y", "en;fr");
+    ASSERT_NE(sc.layer, nullptr);
+    EXPECT_EQ(sc.local("lay_title"), "Plain");
+    EXPECT_EQ(sc.local("lay_extra"), "Default");
+    EXPECT_EQ(sc.local("note"), "plain note");
+    EXPECT_EQ(sc.global("lay_extra"), "Default");
+    EXPECT_NE(at(sc.pkg.log(), "found localized strings for LANG 'x' but it is not included into "
+                               "ADDITIONAL_LOCALES list"),
+              std::string::npos);
+
+    // LANG itself names a block directly, no mapping needed.
+    StringsCase direct("z", "", "z");
+    ASSERT_NE(direct.layer, nullptr);
+    EXPECT_EQ(direct.local("lay_title"), "Zed");
+    EXPECT_FALSE(env_exists_internal(&direct.layer->env, "note"));
+}
+
+TEST(SeqLayers, RootFileAttributeAttachesCabsInTheLayerScope)
+{
+    Package pkg({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
+                 {"_internal_", "seq.xml", layered_sequence("<layer file=\"l.cab\" id=\"lay\"/>")}});
+    write_layer_cab(pkg.dir.file("config/l.cab"), "lay", "<layer file=\"extra.cab:CAB\"/>");
+    write_cab(pkg.dir.file("extra.cab"), {{"_internal_", "first", ""}, {"_internal_", "more.xml", "<m/>"}});
+    ASSERT_EQ(init_sequence(&pkg.session), 0);
+    ASSERT_EQ(sequence_execute_container(&pkg.session, pkg.first()), 0);
+    ASSERT_EQ(pkg.first()->layers_count, 1);
+    seq_layer_t* layer = pkg.first()->seq_layers[0];
+    EXPECT_EQ(env_get_string_internal(&layer->env, "__ATTACHED_CABS"), "extra.cab:CAB");
+    EXPECT_FALSE(env_exists_internal(&pkg.session.env, "__ATTACHED_CABS"));
+    EXPECT_EQ(pkg.session.cab.last_attached, 0);
+    EXPECT_EQ(store_file_exists(&pkg.session.cab.attached[0], "_internal_", "more.xml"), 1);
+}
+
+TEST(SeqLayers, EmptyTempFolderDefaultsBelowPackageDir)
+{
+    Package pkg({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
+                 {"_internal_", "seq.xml", layered_sequence("<layer file=\"l.cab\" id=\"lay\"/>")}});
+    write_layer_cab(pkg.dir.file("config/l.cab"), "lay", "<l/>");
+    mkdir(pkg.dir.file("pkg").c_str(), 0755);
+    env_set_string(&pkg.session, "TEMP_FOLDER", "");
+    env_set_string(&pkg.session, "PACKAGE_DIR", pkg.dir.file("pkg"));
+    ASSERT_EQ(init_sequence(&pkg.session), 0);
+    ASSERT_EQ(sequence_execute_container(&pkg.session, pkg.first()), 0);
+    EXPECT_EQ(env_get_string(&pkg.session, "TEMP_FOLDER"), pkg.dir.file("pkg/tmp"));
+    EXPECT_EQ(read_text(pkg.dir.file("pkg/tmp/lay/run.sh")), "echo hi");
+    struct stat st;
+    ASSERT_EQ(stat(pkg.dir.file("pkg/tmp").c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 0777, 0755u);
+}
+
+TEST(SeqMerge, KeepsTheWalkedStepsAndAppendsTheTarget)
+{
+    TempDir dir;
+    open_test_log(dir.file("test.log"));
+    step_t first[4] = {}, second[3] = {};
+    char ids[7][4] = {"a0", "a1", "a2", "a3", "b0", "b1", "b2"};
+    for (int i = 0; i < 4; i++)
+        first[i].id = ids[i];
+    for (int i = 0; i < 3; i++)
+        second[i].id = ids[4 + i];
+    step_t* list = first;
+    step_t* other = second;
+    int count = merge_steps(&list, 4, 1, &other, 3, 1);
+    ASSERT_EQ(count, 4);
+    ASSERT_NE(list, first);
+    std::string got;
+    for (int i = 0; i < count; i++)
+        got += std::string(list[i].id) + " ";
+    EXPECT_EQ(got, "a0 a1 b1 b2 ");
+    EXPECT_EQ(list[count].id, nullptr);
+    free(list);
+
+    // "out" beyond the first list stops at its end.
+    list = first;
+    EXPECT_EQ(merge_steps(&list, 2, 10, &other, 3, 0), 5);
+    free(list);
+    std::string log = read_text(dir.file("test.log"));
+    EXPECT_NE(at(log, "merge_steps: steplist1 count = 4, out = 1"), std::string::npos);
+    EXPECT_NE(at(log, "merge_steps: steplist2 count = 3; in = 1"), std::string::npos);
+    EXPECT_NE(at(log, "merge_steps: modules count after merging = 4"), std::string::npos);
+    log_disable();
+}
+
+} // namespace
