@@ -1,0 +1,344 @@
+// Dialogs answered through a scripted input: what is drawn, which answers
+// pass, how numbers map to ids, how lines toggle, and what is left in the
+// properties.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "env.h"
+#include "log.h"
+#include "seq_dialog.h"
+#include "testutil.h"
+#include "xml.h"
+
+namespace
+{
+
+int eof_calls = 0;
+void count_eof()
+{
+    eof_calls++;
+}
+
+size_t count(const std::string& text, const std::string& what)
+{
+    size_t n = 0;
+    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1))
+        n++;
+    return n;
+}
+
+struct DialogTest : ::testing::Test {
+    TempDir dir;
+    session_t session;
+    document_t doc;
+    std::string out; // what the dialog wrote to standard output
+    std::string err; // and to standard error
+
+    void SetUp() override
+    {
+        open_test_log(dir.file("dialog.log"));
+        env_set_string(&session, "CURRENT_DIALOG", "d");
+        eof_calls = 0;
+        dialog_set_eof_handler(count_eof);
+    }
+    void TearDown() override
+    {
+        dialog_set_input(nullptr);
+        dialog_set_eof_handler(nullptr);
+        xml_free(&doc);
+        log_disable();
+    }
+
+    // Shows the first element of xml with the answers as input.
+    int show(const std::string& xml, const std::string& answers)
+    {
+        xml_free(&doc);
+        EXPECT_EQ(xml_parse(xml.c_str(), &doc), 0);
+        if (doc.nodes_count < 1)
+            return -99;
+        write_text(dir.file("answers"), answers);
+        FILE* in = fopen(dir.file("answers").c_str(), "r");
+        dialog_set_input(in);
+        fflush(stdout);
+        fflush(stderr);
+        int saved_out = dup(1), saved_err = dup(2);
+        int fd_out = open(dir.file("out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        int fd_err = open(dir.file("err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(fd_out, 1);
+        dup2(fd_err, 2);
+        close(fd_out);
+        close(fd_err);
+        int rc = show_dialog(&session, &doc.nodes[0]);
+        fflush(stdout);
+        fflush(stderr);
+        dup2(saved_out, 1);
+        dup2(saved_err, 2);
+        close(saved_out);
+        close(saved_err);
+        dialog_set_input(nullptr);
+        fclose(in);
+        out = read_text(dir.file("out"));
+        err = read_text(dir.file("err"));
+        return rc;
+    }
+    std::string prop(const char* name) { return env_get_string(&session, name); }
+    std::string log() { return read_text(dir.file("dialog.log")); }
+};
+
+const std::string dashes(80, '-');
+
+TEST_F(DialogTest, DialogWithoutInputOnlyShowsItself)
+{
+    env_set_string(&session, "HANDLE", "before");
+    env_set_string(&session, "WHO", "Ann");
+    const char* xml = R"(<dialog id="d"><title text="Hello ${WHO}"/>)"
+                      R"(<description text="one&#xa;two"/><question id="1" text="Plain question"/></dialog>)";
+    EXPECT_EQ(show(xml, "ignored\n"), 0);
+    EXPECT_EQ(out, "Hello Ann\n" + dashes + "\none\ntwo\n" + dashes + "\nPlain question" + dashes + "\n");
+    EXPECT_EQ(prop("HANDLE"), "before");
+    EXPECT_EQ(prop("DASHES_STRING"), dashes);
+    // The screen is cleared unless the dialog says otherwise.
+    EXPECT_EQ(err, "\033[2J\033[1;1H");
+    EXPECT_EQ(show(R"(<dialog clear_screen="false"><title text="t"/></dialog>)", ""), 0);
+    EXPECT_EQ(err, "");
+}
+
+TEST_F(DialogTest, QuestionsAreSortedByIdInDocumentOrderOnTies)
+{
+    const char* xml = R"(<dialog clear_screen="false"><question id="2" text="B&#10;"/>)"
+                      R"(<question id="1" text="A"/><question id="2" text="C"/><question text="Z"/></dialog>)";
+    EXPECT_EQ(show(xml, ""), 0);
+    EXPECT_EQ(out, "Z\nA\nB&#10;\nC" + dashes + "\n");
+    EXPECT_NE(log().find("show_dialog: id of dialog  is NULL"), std::string::npos);
+}
+
+// Lines with ids 1, 2, 3 of which 2 is hidden.
+const char* hidden_dialog = R"(<dialog clear_screen="false"><question id="1" type="list"><list type="num">)"
+                            R"(<line id="1" text="one"/><line id="2" text="two" condition="NOPE"/>)"
+                            R"(<line id="3" text="three"/></list></question>)"
+                            R"(<input text="Pick" keep="PICKED"><validation type="list" list="1;2;3" )"
+                            R"(invert="true" err="Pick ${WHAT}"/></input></dialog>)";
+
+TEST_F(DialogTest, HiddenLinesShiftNumbersThatMapBackToIds)
+{
+    env_set_string(&session, "WHAT", "a shown number");
+    EXPECT_EQ(show(hidden_dialog, "3\n2\n"), 0);
+    EXPECT_NE(out.find("1. one\n2. three\n" + dashes), std::string::npos);
+    EXPECT_EQ(count(out, "Pick a shown number\n"), 1u);
+    EXPECT_EQ(count(out, "Pick: "), 2u);
+    EXPECT_EQ(prop("HANDLE"), "3");
+    EXPECT_EQ(prop("PICKED"), "3");
+    std::string text = log();
+    EXPECT_NE(text.find("show_dialog: not accepted hidden answer 3"), std::string::npos);
+    EXPECT_NE(text.find("show_dialog: ID 2 is mapped to 3"), std::string::npos);
+
+    // Shown, the same line answers with its number: no mapping at all.
+    env_set_string(&session, "NOPE", "1");
+    EXPECT_EQ(show(hidden_dialog, "3\n"), 0);
+    EXPECT_EQ(prop("HANDLE"), "3");
+    EXPECT_NE(out.find("1. one\n2. two\n3. three\n"), std::string::npos);
+}
+
+TEST_F(DialogTest, LineDefaultBecomesThePromptsDefault)
+{
+    const char* xml = R"(<dialog clear_screen="false"><question id="1" type="list"><list type="num">)"
+                      R"(<line id="7" text="a"/><line id="8" text="b" default="false"/></list></question>)"
+                      R"(<input text="Pick" keep="K" default="9"><validation type="list" list="1;2" )"
+                      R"(invert="true"/></input></dialog>)";
+    EXPECT_EQ(show(xml, "\n"), 0);
+    EXPECT_NE(out.find("Pick [2]: "), std::string::npos);
+    EXPECT_EQ(prop("HANDLE"), "2");
+    EXPECT_NE(log().find("show_dialog: user didn't input anything, so copying default input (2)"), std::string::npos);
+
+    // A hidden line's default leaves the prompt without any default.
+    env_set_string(&session, "X", "1");
+    const char* hidden = R"(<dialog clear_screen="false"><question id="1" type="list"><list type="num">)"
+                         R"(<line id="7" text="a"/><line id="8" text="b" default="yes" condition="NOPE"/>)"
+                         R"(</list></question><input text="Pick" keep="K" default="9"/></dialog>)";
+    EXPECT_EQ(show(hidden, "1\n"), 0);
+    EXPECT_NE(out.find("Pick: "), std::string::npos);
+    EXPECT_EQ(prop("HANDLE"), "7");
+
+    // An input before its question does not see the lines' default.
+    const char* before = R"(<dialog clear_screen="false"><input text="Pick" keep="K" default="9"/>)"
+                         R"(<question id="1" type="list"><list type="num"><line id="7" text="a" default="x"/>)"
+                         R"(</list></question></dialog>)";
+    EXPECT_EQ(show(before, "\n"), 0);
+    EXPECT_NE(out.find("Pick [9]: "), std::string::npos);
+    EXPECT_EQ(prop("HANDLE"), "9");
+}
+
+TEST_F(DialogTest, ListRulesAcceptOrForbidWords)
+{
+    const char* enter = R"(<dialog clear_screen="false"><input text="Go" keep="K">)"
+                        R"(<validation type="list" list="ENTER;q" invert="true" err="no"/></input></dialog>)";
+    env_set_string(&session, "HANDLE", "old");
+    EXPECT_EQ(show(enter, "x\n\n"), 0);
+    EXPECT_EQ(prop("HANDLE"), "");
+    EXPECT_EQ(count(out, "no\n"), 1u);
+
+    const char* forbid = R"(<dialog clear_screen="false"><input text="Name" keep="K">)"
+                         R"(<validation type="list" list="${BAD}" err="taken"/></input></dialog>)";
+    env_set_string(&session, "BAD", "root;admin");
+    EXPECT_EQ(show(forbid, "admin\nroot\nann\n"), 0);
+    EXPECT_EQ(count(out, "taken\n"), 2u);
+    EXPECT_EQ(prop("K"), "ann");
+}
+
+TEST_F(DialogTest, PatternRulesMustMatchOrMayMatch)
+{
+    // Must match, and then a second rule with a list of extra words.
+    const char* xml = R"(<dialog clear_screen="false"><input text="Port" keep="PORT">)"
+                      R"(<validation type="list" list="default" invert="true"/>)"
+                      R"(<validation type="pattern" pattern="^[0-9]+$" err="Digits only"/></input></dialog>)";
+    EXPECT_EQ(show(xml, "80a\n8080\n"), 0);
+    EXPECT_EQ(count(out, "Digits only\n"), 1u);
+    EXPECT_EQ(prop("PORT"), "8080");
+    EXPECT_NE(log().find("show_dialog: checking 80a against regexp ^[0-9]+$"), std::string::npos);
+
+    const char* bad = R"(<dialog clear_screen="false"><input text="x" keep="K">)"
+                      R"(<validation type="pattern" pattern="(["/></input></dialog>)";
+    EXPECT_EQ(show(bad, "a\n"), -1);
+    EXPECT_NE(log().find("show_dialog: input_regexp is null"), std::string::npos);
+}
+
+TEST_F(DialogTest, PathRulesAcceptDirectoriesFilesOrNothing)
+{
+    write_text(dir.file("plain"), "x");
+    const std::string xml = R"(<dialog clear_screen="false"><input text="Where" keep="DIR">)"
+                            R"(<validation type="path" check="dir;empty" invert="true" err="Not a directory"/>)"
+                            R"(</input></dialog>)";
+    EXPECT_EQ(show(xml, dir.file("missing") + "\n" + dir.file("plain") + "\n\n"), 0);
+    EXPECT_EQ(count(out, "Not a directory\n"), 2u);
+    EXPECT_EQ(prop("DIR"), "");
+    EXPECT_EQ(show(xml, dir.path + "\n"), 0);
+    EXPECT_EQ(prop("DIR"), dir.path);
+
+    const std::string file = R"(<dialog clear_screen="false"><input text="File" keep="F">)"
+                             R"(<validation type="path" check="file" invert="true" err="No file"/></input></dialog>)";
+    EXPECT_EQ(show(file, "\n" + dir.path + "\n" + dir.file("plain") + "\n"), 0);
+    EXPECT_EQ(count(out, "No file\n"), 2u);
+    EXPECT_EQ(prop("F"), dir.file("plain"));
+}
+
+const char* checkbox_dialog = R"(<dialog id="d" clear_screen="false"><title text="Components"/>)"
+                              R"(<input text="Toggle, or n" keep="K">)"
+                              R"(<validation type="list" list="n" invert="true" err="wrong"/></input>)"
+                              R"(<question id="1" type="checkbox"><list type="num">)"
+                              R"(<line id="10" text="Core" default="yes"/><line id="20" text="Docs"/>)"
+                              R"(<line id="30" text="Demo"/></list></question></dialog>)";
+
+TEST_F(DialogTest, NumbersToggleCheckboxesAndRedraw)
+{
+    EXPECT_EQ(show(checkbox_dialog, "2\n1\nx\nn\n"), 0);
+    EXPECT_EQ(count(out, "Components\n"), 3u);
+    EXPECT_NE(out.find("1. [x] Core\n2. [ ] Docs\n3. [ ] Demo\n"), std::string::npos);
+    EXPECT_NE(out.find("1. [x] Core\n2. [x] Docs\n3. [ ] Demo\n"), std::string::npos);
+    EXPECT_NE(out.find("1. [ ] Core\n2. [x] Docs\n3. [ ] Demo\n"), std::string::npos);
+    EXPECT_EQ(count(out, "wrong\n"), 1u);
+    EXPECT_EQ(prop("d_cb"), ";2");
+    EXPECT_EQ(prop("d_cb_list"), ";1;2;3");
+    EXPECT_EQ(prop("d_showed"), "yes");
+    EXPECT_EQ(prop("HANDLE"), "n");
+    EXPECT_NE(log().find("show_dialog: item is checked, going to uncheck"), std::string::npos);
+
+    // Shown again later, the selection stays and the defaults are off.
+    env_set_string(&session, "d_cb_list", "");
+    EXPECT_EQ(show(checkbox_dialog, "n\n"), 0);
+    EXPECT_NE(out.find("1. [ ] Core\n2. [x] Docs\n"), std::string::npos);
+}
+
+TEST_F(DialogTest, CheckboxIdsAreFoundBySubstring)
+{
+    // "1" is found inside ";11": it toggles, though no line has that id.
+    const char* xml = R"(<dialog clear_screen="false"><input text="?" keep="K">)"
+                      R"(<validation type="list" list="n" invert="true"/></input>)"
+                      R"(<question id="1" type="checkbox"><list type="custom">)"
+                      R"(<line id="11" text="Eleven"/></list></question></dialog>)";
+    EXPECT_EQ(show(xml, "1\nn\n"), 0);
+    EXPECT_EQ(prop("d_cb"), ";1");
+}
+
+TEST_F(DialogTest, NumbersSelectRadioLines)
+{
+    const char* xml = R"(<dialog id="d" clear_screen="false"><question id="1" type="radiobutton">)"
+                      R"(<list type="custom"><line id="1" text="Accept"/><line id="2" text="Decline" default="y"/>)"
+                      R"(</list></question><input text="Choose, or n" keep="K">)"
+                      R"(<validation type="list" list="n" invert="true"/></input></dialog>)";
+    EXPECT_EQ(show(xml, "1\nn\n"), 0);
+    EXPECT_NE(out.find("1. ( ) Accept\n2. (*) Decline\n"), std::string::npos);
+    EXPECT_NE(out.find("1. (*) Accept\n2. ( ) Decline\n"), std::string::npos);
+    EXPECT_EQ(prop("d_rb"), "1");
+    EXPECT_EQ(prop("HANDLE"), "n");
+    // Radio dialogs leave no _showed mark.
+    EXPECT_FALSE(env_exists(&session, "d_showed"));
+}
+
+TEST_F(DialogTest, HiddenCustomLinesRefuseTheirAnswer)
+{
+    const char* xml = R"(<dialog clear_screen="false"><question id="1" type="list"><list type="custom">)"
+                      R"(<line id="1" index="a" text="A"/><line id="2" index="b" text="B" condition="NOPE"/>)"
+                      R"(<line id="3" index="c" text="C"/></list></question><input text="?" keep="K">)"
+                      R"(<validation type="list" list="a;b;c" invert="true" err="no"/></input></dialog>)";
+    EXPECT_EQ(show(xml, "b\nc\n"), 0);
+    EXPECT_NE(out.find("a. A\nc. C\n"), std::string::npos);
+    EXPECT_EQ(count(out, "no\n"), 1u);
+    EXPECT_EQ(prop("HANDLE"), "c");
+    EXPECT_NE(log().find("show_dialog: skipping custom index b"), std::string::npos);
+}
+
+TEST_F(DialogTest, ListingModePrintsThePromptWithoutAsking)
+{
+    env_set_string(&session, "print_dialogs_list", "");
+    EXPECT_EQ(show(hidden_dialog, ""), 0);
+    EXPECT_EQ(out.substr(out.size() - 7), "Pick: \n");
+    EXPECT_FALSE(env_exists(&session, "HANDLE"));
+    EXPECT_EQ(eof_calls, 0);
+}
+
+TEST_F(DialogTest, EndOfInputStopsAsking)
+{
+    EXPECT_EQ(show(hidden_dialog, ""), -1);
+    EXPECT_EQ(eof_calls, 1);
+    EXPECT_EQ(show(hidden_dialog, "9\n"), -1);
+    EXPECT_EQ(eof_calls, 2);
+    EXPECT_FALSE(env_exists(&session, "HANDLE"));
+    // A last line without a newline is still an answer.
+    EXPECT_EQ(show(hidden_dialog, "1"), 0);
+    EXPECT_EQ(prop("HANDLE"), "1");
+    EXPECT_EQ(eof_calls, 2);
+}
+
+TEST_F(DialogTest, AnswersAreCutAndLoseCarriageReturns)
+{
+    const char* xml = R"(<dialog clear_screen="false"><input text="?" keep="K"/></dialog>)";
+    EXPECT_EQ(show(xml, std::string(5000, 'a') + "\n"), 0);
+    EXPECT_EQ(prop("K"), std::string(4095, 'a'));
+    EXPECT_EQ(show(xml, "yes\r\n"), 0);
+    EXPECT_EQ(prop("K"), "yes");
+}
+
+TEST_F(DialogTest, BadDocumentsFail)
+{
+    EXPECT_EQ(show(R"(<dialog><question id="1" type="grid"/></dialog>)", ""), -1);
+    EXPECT_NE(log().find("show_dialog: Unknown type of the question - grid"), std::string::npos);
+    EXPECT_EQ(show(R"(<dialog><question id="1" type="list"><list type="tree"/></question></dialog>)", ""), -1);
+    EXPECT_NE(log().find("show_dialog: Unknown list type - tree"), std::string::npos);
+    // A list without a type is skipped, an alpha list holds no lines.
+    EXPECT_EQ(show(R"(<dialog><question id="1" type="list"><list><line id="1" text="x"/></list>)"
+                   R"(<list type="alpha"><line id="1" text="y"/></list></question></dialog>)",
+                   ""),
+              0);
+    EXPECT_EQ(out.find("1. "), std::string::npos);
+    // A checkbox dialog needs its name for the selection properties.
+    env_set_string(&session, "CURRENT_DIALOG", "");
+    EXPECT_EQ(show(R"(<dialog><question id="1" type="checkbox"><list type="alpha"/></question></dialog>)", ""), -1);
+    EXPECT_NE(log().find("show_dialog: cannot get CURRENT_DIALOG from session"), std::string::npos);
+}
+
+} // namespace
