@@ -53,16 +53,19 @@ tmux_wait_for() { # name text
   tmux_screen "$1" >&2
   return 1
 }
-# The exit status of the pane's command, once it has ended.
+# The exit status of the pane's command, once it has ended; "signal" when a
+# signal ended it, "running" when it is still at work after 30 seconds.
 tmux_status() {
-  local i
+  local i dead unknown=0
   for i in $(seq 1 300); do
-    local dead
-    dead=$(tmux -L "$TMUX_SOCKET" display-message -p -t "$1" '#{pane_dead}')
-    if [ "$dead" = 1 ]; then
-      tmux -L "$TMUX_SOCKET" display-message -p -t "$1" '#{pane_dead_status}'
-      return 0
-    fi
+    # tmux marks the pane dead when its terminal closes, which may come
+    # before the process has been reaped and its status is known; a process
+    # ended by a signal never gets a status.
+    dead=$(tmux -L "$TMUX_SOCKET" display-message -p -t "$1" '#{pane_dead}:#{pane_dead_status}')
+    case $dead in
+    1:?*) echo "${dead#1:}"; return 0 ;;
+    1:) unknown=$((unknown + 1)); [ "$unknown" -ge 20 ] && { echo signal; return 0; } ;;
+    esac
     sleep 0.1
   done
   echo "running"
