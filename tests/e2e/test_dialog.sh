@@ -99,7 +99,9 @@ tmux_wait_for wiz "Directory, or Enter to keep the default:"
 tmux_keys wiz "$T/nothing-here" Enter
 tmux_wait_for wiz "Not an existing directory"
 tmux_keys wiz "$T/target" Enter
-assert_eq 0 "$(tmux_status wiz)" "terminal wizard status"
+status=$(tmux_status wiz)
+assert_eq 0 "$status" "terminal wizard status"
+[ "$status" = 0 ] || tmux_screen wiz >&2
 props=$(cat "$T/tty.props")
 for want in license_rb=1 "license_rb_list=;1;2" "components_cb=;3" "components_cb_list=;1;2;3" \
   components_showed=yes "INSTALL_DIR=$T/target"; do
