@@ -53,18 +53,27 @@ tmux_wait_for() { # name text
   tmux_screen "$1" >&2
   return 1
 }
-# The exit status of the pane's command, once it has ended; "signal" when a
+# The exit status of the pane's command, once it has ended; "signal N" when a
 # signal ended it, "running" when it is still at work after 30 seconds.
 tmux_status() {
-  local i dead unknown=0
+  local i dead pid rest code
   for i in $(seq 1 300); do
-    # tmux marks the pane dead when its terminal closes, which may come
-    # before the process has been reaped and its status is known; a process
-    # ended by a signal never gets a status.
-    dead=$(tmux -L "$TMUX_SOCKET" display-message -p -t "$1" '#{pane_dead}:#{pane_dead_status}')
+    dead=$(tmux -L "$TMUX_SOCKET" display-message -p -t "$1" '#{pane_dead}:#{pane_dead_status}:#{pane_pid}')
     case $dead in
-    1:?*) echo "${dead#1:}"; return 0 ;;
-    1:) unknown=$((unknown + 1)); [ "$unknown" -ge 20 ] && { echo signal; return 0; } ;;
+    1:?*:*) dead=${dead#1:}; echo "${dead%%:*}"; return 0 ;;
+    1::*)
+      # tmux marks the pane dead when its terminal closes, which may come
+      # before it reaps the process; under load it has been seen to leave
+      # the zombie unreaped for good. The kernel keeps the zombie's wait
+      # status in field 52 of its stat line.
+      pid=${dead##*:}
+      rest=$(sed 's/.*) //' "/proc/$pid/stat" 2>/dev/null)
+      if [ "${rest%% *}" = Z ]; then
+        code=$(echo "$rest" | awk '{print $50}')
+        if [ $((code & 127)) -eq 0 ]; then echo $((code >> 8)); else echo "signal $((code & 127))"; fi
+        return 0
+      fi
+      ;;
     esac
     sleep 0.1
   done

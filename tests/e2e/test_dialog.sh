@@ -101,7 +101,11 @@ tmux_wait_for wiz "Not an existing directory"
 tmux_keys wiz "$T/target" Enter
 status=$(tmux_status wiz)
 assert_eq 0 "$status" "terminal wizard status"
-[ "$status" = 0 ] || tmux_screen wiz >&2
+if [ "$status" != 0 ]; then
+  tmux_screen wiz >&2
+  ls -l "$T" >&2
+  tail -n 5 "$T/tty.log" >&2
+fi
 props=$(cat "$T/tty.props")
 for want in license_rb=1 "license_rb_list=;1;2" "components_cb=;3" "components_cb_list=;1;2;3" \
   components_showed=yes "INSTALL_DIR=$T/target"; do
