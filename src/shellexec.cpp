@@ -176,12 +176,16 @@ static int shellexec_wait_regular(pid_t pid)
 static void shellexec_wait_limited(session_t* session, pid_t pid, double timeout)
 {
     int rounds = (int)(timeout * 10);
+    bool reaped = false;
     for (int round = 1; round <= rounds; round++) {
         shellexec_sleep_us(100000);
-        waitpid(pid, nullptr, WNOHANG);
+        // Once reaped, the number may already belong to another process:
+        // never probe or signal it again.
+        if (!reaped && waitpid(pid, nullptr, WNOHANG) == pid)
+            reaped = true;
         errno = 0;
-        int killed = kill(pid, 0);
-        int kill_errno = errno;
+        int killed = reaped ? -1 : kill(pid, 0);
+        int kill_errno = reaped ? ESRCH : errno;
         print_log("_shellexec_execute_command: second %d, querying process %d, kill returned %d. errno %d", round / 10,
                   pid, killed, kill_errno);
         if (killed == -1 && (kill_errno == ESRCH || kill_errno == EINTR)) {
