@@ -28,9 +28,13 @@ static const char* const USAGE =
     "       kelm-cab extract [-c component] CAB NAME OUT          write one entry to OUT (\"-\": stdout)\n"
     "       kelm-cab extract -i INDEX CAB OUT                     the same, by index\n"
     "       kelm-cab verify [-l log] CAB                          check that every entry reads back\n"
+    "       kelm-cab package [-C dir] [-l log] [-e engine] [-s dir] OUT ROOT_MANIFEST [CAB=MANIFEST ...]\n"
+    "                                     lay out a package: launchers, engine, root cab and layer cabs\n"
     "  -a  append the cab to OUT (e.g. behind a program) instead of replacing OUT\n"
     "  -C  resolve relative sources against dir (default: the manifest's directory)\n"
-    "  -l  write the engine's log to this file\n";
+    "  -l  write the engine's log to this file\n"
+    "  -e  the engine to put into the package (default: kelm beside this tool)\n"
+    "  -s  take install.sh and uninstall.sh from dir instead of the standard launchers\n";
 
 // The engine's log goes to memory unless -l names a file, so that a failure
 // can be shown with the engine's own words.
@@ -554,6 +558,34 @@ static int write_manifest_cab(const char* out, manifest_t* manifest, bool append
     return 0;
 }
 
+// Reads and parses a manifest ("-": standard input). Relative sources start
+// from base, or from the manifest's directory when base is null. 0, or 1
+// after a message.
+static int load_manifest(const std::string& name, const char* base, manifest_t* manifest)
+{
+    std::string manifest_name = name;
+    std::string text;
+    if (manifest_name == "-") {
+        if (!read_stream(stdin, &text))
+            return fail("can't read the manifest from standard input");
+        manifest_name = "<stdin>";
+        manifest->base = ".";
+    } else {
+        FILE* in = fopen(manifest_name.c_str(), "rb");
+        if (!in)
+            return fail("can't open %s: %s", manifest_name.c_str(), strerror(errno));
+        bool ok = read_stream(in, &text);
+        fclose(in);
+        if (!ok)
+            return fail("can't read %s", manifest_name.c_str());
+        size_t slash = manifest_name.rfind('/');
+        manifest->base = slash == std::string::npos ? "." : manifest_name.substr(0, slash ? slash : 1);
+    }
+    if (base)
+        manifest->base = base;
+    return parse_manifest(text, manifest_name, manifest) ? 0 : 1;
+}
+
 static int command_create(int argc, char** argv)
 {
     bool append = false;
@@ -575,31 +607,10 @@ static int command_create(int argc, char** argv)
         return 2;
     }
     tool_log_open(log);
-    const char* out = argv[optind];
-    std::string manifest_name = argv[optind + 1];
-    std::string text;
     manifest_t manifest;
-    if (manifest_name == "-") {
-        if (!read_stream(stdin, &text))
-            return fail("can't read the manifest from standard input");
-        manifest_name = "<stdin>";
-        manifest.base = ".";
-    } else {
-        FILE* in = fopen(manifest_name.c_str(), "rb");
-        if (!in)
-            return fail("can't open %s: %s", manifest_name.c_str(), strerror(errno));
-        bool ok = read_stream(in, &text);
-        fclose(in);
-        if (!ok)
-            return fail("can't read %s", manifest_name.c_str());
-        size_t slash = manifest_name.rfind('/');
-        manifest.base = slash == std::string::npos ? "." : manifest_name.substr(0, slash ? slash : 1);
-    }
-    if (base)
-        manifest.base = base;
-    if (!parse_manifest(text, manifest_name, &manifest))
+    if (load_manifest(argv[optind + 1], base, &manifest) != 0)
         return 1;
-    return write_manifest_cab(out, &manifest, append);
+    return write_manifest_cab(argv[optind], &manifest, append);
 }
 
 static int command_tree(int argc, char** argv)
@@ -841,6 +852,158 @@ static int command_verify(int argc, char** argv)
     return problems ? 1 : 0;
 }
 
+// Package directories.
+
+// The standard launchers. install.sh makes the temporary folder and the
+// running marker beside it and hands over to the engine; uninstall.sh does
+// the same in uninstall mode. Both pass their own arguments on.
+static const char* const LAUNCHER_HEAD = R"SH(#!/bin/sh
+# Launcher of a kelm package. It makes the engine's temporary folder and the
+# running marker beside it, then starts the engine with the arguments given
+# here. KELM_TMP_DIR chooses where both go (default: $TMPDIR, else /tmp). The
+# engine removes the folder when it ends normally; after an interrupt or a
+# fatal error this launcher does, unless --__keep_temp__ was given. The
+# engine's log stays beside the folder.
+here=$(cd "$(dirname "$0")" && pwd) || exit 2
+engine="$here/pset/engine/kelm"
+if [ ! -x "$engine" ]; then
+    echo "Error: the installer engine $engine is missing." >&2
+    exit 2
+fi
+base=${KELM_TMP_DIR:-${TMPDIR:-/tmp}}
+user=$(id -un 2>/dev/null) || user=$USER
+[ -n "$USER" ] || export USER="$user"
+mkdir -p "$base" 2>/dev/null
+temp=$(mktemp -d "$base/install.XXXXXX") || {
+    echo "Error: can't create a temporary folder in $base." >&2
+    exit 2
+}
+: >"$base/orvan.kelm.$user.running.marker"
+keep=no
+for argument in "$@"; do
+    [ "$argument" = --__keep_temp__ ] && keep=yes
+done
+# The engine asks itself what an interrupt means; this shell only waits.
+trap '' INT
+)SH";
+
+static const char* const LAUNCHER_TAIL = R"SH(status=$?
+[ "$keep" = yes ] || rm -rf "$temp"
+exit $status
+)SH";
+
+static const char* const INSTALL_RUN = "\"$engine\" --TEMP_FOLDER \"$temp\" \"$@\"\n";
+static const char* const UNINSTALL_RUN = "\"$engine\" --TEMP_FOLDER \"$temp\" --KELM_MODE uninstall \"$@\"\n";
+
+// Writes bytes to path with the mode; 0, or 1 after a message.
+static int write_file_mode(const std::string& path, const std::string& bytes, mode_t mode)
+{
+    FILE* out = fopen(path.c_str(), "wb");
+    if (!out)
+        return fail("can't write %s: %s", path.c_str(), strerror(errno));
+    bool ok = fwrite(bytes.data(), 1, bytes.size(), out) == bytes.size();
+    ok = fclose(out) == 0 && ok;
+    if (!ok)
+        return fail("can't write %s", path.c_str());
+    if (chmod(path.c_str(), mode) != 0)
+        return fail("can't set the mode of %s: %s", path.c_str(), strerror(errno));
+    return 0;
+}
+
+static int copy_file_mode(const std::string& from, const std::string& to, mode_t mode)
+{
+    FILE* in = fopen(from.c_str(), "rb");
+    if (!in)
+        return fail("can't open %s: %s", from.c_str(), strerror(errno));
+    std::string bytes;
+    bool ok = read_stream(in, &bytes);
+    fclose(in);
+    if (!ok)
+        return fail("can't read %s", from.c_str());
+    return write_file_mode(to, bytes, mode);
+}
+
+static int make_dir(const std::string& path)
+{
+    if (mkdir(path.c_str(), 0755) != 0 && errno != EEXIST)
+        return fail("can't create %s: %s", path.c_str(), strerror(errno));
+    return 0;
+}
+
+// The engine built beside this tool.
+static std::string engine_beside_tool(void)
+{
+    char self[4096];
+    ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (length <= 0)
+        return "kelm";
+    self[length] = '\0';
+    std::string path = self;
+    size_t slash = path.rfind('/');
+    return (slash == std::string::npos ? std::string(".") : path.substr(0, slash)) + "/kelm";
+}
+
+static int command_package(int argc, char** argv)
+{
+    const char* base = nullptr;
+    const char* log = nullptr;
+    std::string engine = engine_beside_tool();
+    const char* launchers = nullptr;
+    int option;
+    while ((option = getopt(argc, argv, "C:l:e:s:")) != -1) {
+        if (option == 'C')
+            base = optarg;
+        else if (option == 'l')
+            log = optarg;
+        else if (option == 'e')
+            engine = optarg;
+        else if (option == 's')
+            launchers = optarg;
+        else
+            return 2;
+    }
+    if (argc - optind < 2) {
+        fputs(USAGE, stderr);
+        return 2;
+    }
+    tool_log_open(log);
+    std::string out = argv[optind];
+    // All manifests are read before anything is written.
+    manifest_t root;
+    if (load_manifest(argv[optind + 1], base, &root) != 0)
+        return 1;
+    std::vector<std::pair<std::string, manifest_t>> layers;
+    for (int i = optind + 2; i < argc; i++) {
+        std::string argument = argv[i];
+        size_t equals = argument.find('=');
+        if (equals == std::string::npos || equals == 0 || argument.find('/') < equals)
+            return fail("a layer is given as CAB=MANIFEST, not \"%s\"", argument.c_str());
+        layers.emplace_back(argument.substr(0, equals), manifest_t());
+        if (load_manifest(argument.substr(equals + 1), base, &layers.back().second) != 0)
+            return 1;
+    }
+
+    if (make_dir(out) || make_dir(out + "/pset") || make_dir(out + "/pset/engine"))
+        return 1;
+    if (launchers) {
+        for (const char* name : {"install.sh", "uninstall.sh"})
+            if (copy_file_mode(std::string(launchers) + "/" + name, out + "/" + name, 0755))
+                return 1;
+    } else if (write_file_mode(out + "/install.sh", std::string(LAUNCHER_HEAD) + INSTALL_RUN + LAUNCHER_TAIL, 0755) ||
+               write_file_mode(out + "/uninstall.sh", std::string(LAUNCHER_HEAD) + UNINSTALL_RUN + LAUNCHER_TAIL,
+                               0755)) {
+        return 1;
+    }
+    if (copy_file_mode(engine, out + "/pset/engine/kelm", 0755))
+        return 1;
+    if (write_manifest_cab((out + "/pset/install.cab").c_str(), &root, false))
+        return 1;
+    for (auto& layer : layers)
+        if (write_manifest_cab((out + "/pset/" + layer.first).c_str(), &layer.second, false))
+            return 1;
+    return 0;
+}
+
 int main(int argc, char** argv)
 {
     if (argc < 2) {
@@ -862,6 +1025,8 @@ int main(int argc, char** argv)
         rc = command_extract(argc, argv);
     else if (command == "verify")
         rc = command_verify(argc, argv);
+    else if (command == "package")
+        rc = command_package(argc, argv);
     else if (command == "-h" || command == "--help" || command == "help") {
         fputs(USAGE, stdout);
         rc = 0;
