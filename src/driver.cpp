@@ -16,6 +16,7 @@
 #include "env.h"
 #include "log.h"
 #include "seq.h"
+#include "seq_run.h"
 #include "store.h"
 #include "string_table.h"
 #include "utils.h"
@@ -234,8 +235,11 @@ int driver_main(int argc, char** argv)
         return 0;
     }
 
+    // The built-in actions, then the wizard itself. Their results don't
+    // decide the exit status: KELM_EXIT_CODE does.
     actions_init(&engine);
     init_sequence(&engine);
+    sequence_execute(&engine);
 
     return driver_finish(&engine);
 }
