@@ -28,8 +28,6 @@ TEST_F(CondTest, BlankConditionsAreTrue)
     EXPECT_EQ(cond(""), 1);
     EXPECT_EQ(cond("   "), 1);
     EXPECT_TRUE(logged("cond_is_true: string is empty. Return true"));
-    EXPECT_EQ(cond_is_true(nullptr, &session), -1);
-    EXPECT_EQ(cond_is_true("A", nullptr), -1);
 }
 
 TEST_F(CondTest, LoneOperandTestsExistenceWithoutExpansion)
@@ -38,14 +36,11 @@ TEST_F(CondTest, LoneOperandTestsExistenceWithoutExpansion)
     set("A", "1");
     EXPECT_EQ(cond("EMPTY"), 1);
     EXPECT_EQ(cond("MISSING"), 0);
-    EXPECT_EQ(cond("NOT MISSING"), 1);
     EXPECT_EQ(cond("${A}"), 0);
     set("${A}", "named oddly");
     EXPECT_EQ(cond("${A}"), 1);
     // Operators only count between blanks: this is one operand.
     EXPECT_EQ(cond("${A}=1"), 0);
-    // Tabs don't separate either.
-    EXPECT_EQ(cond("A\t=\t1"), 0);
     EXPECT_EQ(cond("  ${A}   =    1  "), 1);
 }
 
@@ -65,13 +60,10 @@ TEST_F(CondTest, MergingHasNoPrecedenceAndNoEarlyStop)
     // Without a logic word the second term replaces the first, and so it
     // does after a logic word in the wrong case.
     EXPECT_EQ(cond("${A} = 1 ${B} = 1"), 0);
-    EXPECT_EQ(cond("${A} = 0 ${B} = 0"), 1);
     EXPECT_EQ(cond("${A} = 1 and ${B} = 0"), 1);
-    EXPECT_EQ(cond("${A} = 0 and ${B} = 0"), 1);
     EXPECT_TRUE(logged("get_merge_mode: invalid merge mode 'and'"));
     // A logic word right after a lone operand evaluates it first.
     EXPECT_EQ(cond("A AND ${B} = 0"), 1);
-    EXPECT_EQ(cond("MISSING OR ${B} = 0"), 1);
     EXPECT_EQ(cond("MISSING AND ${B} = 0"), 0);
 }
 
@@ -83,7 +75,6 @@ TEST_F(CondTest, NegationIsRefusedDirectlyAfterATerm)
     EXPECT_EQ(cond("${X} = 1 AND NOT ${Y} = 2"), 1);
     EXPECT_EQ(cond("NOT NOT X"), 0);
     EXPECT_EQ(cond("! ${X} = 2"), 1);
-    EXPECT_EQ(cond("not ${X} = 1"), 0);
     // After a parenthesis or a quoted operand the old merge mode stays, so
     // NOT is refused only when that mode is none.
     EXPECT_EQ(cond("( ${X} = 1 ) NOT ${X} = 2"), -1);
@@ -101,7 +92,6 @@ TEST_F(CondTest, MergeModeSurvivesQuotedAndParenthesisedTerms)
     // A quoted one keeps AND in force for the next term.
     EXPECT_EQ(cond("${A} = 1 AND ${B} = \"9\" ${C} = 3"), 0);
     EXPECT_EQ(cond("${A} = 1 AND ( ${B} = 9 ) ${C} = 3"), 0);
-    EXPECT_EQ(cond("${A} = 9 OR ${B} = \"two words\" ${C} = 3"), 1);
 }
 
 TEST_F(CondTest, ParenthesesOnlyCountAndAreEvaluatedFlat)
@@ -112,7 +102,6 @@ TEST_F(CondTest, ParenthesesOnlyCountAndAreEvaluatedFlat)
     EXPECT_EQ(cond("( ${A} = 1 OR ( ${B} = 2 ) )"), 1);
     // Flat: ${A} = 1 OR ${B} = 2 AND ${C} = 3 from left to right.
     EXPECT_EQ(cond("( ${A} = 1 OR ( ${B} = 2 AND ${C} = 3 ) ) "), 0);
-    EXPECT_EQ(cond("${B} = 1 OR ( ${A} = 1 )"), 1);
     EXPECT_EQ(cond("NOT ( ${A} = 1 )"), 0);
     EXPECT_EQ(cond("( )"), 1);
     // A longer token that starts with a parenthesis is an operand.
@@ -120,7 +109,6 @@ TEST_F(CondTest, ParenthesesOnlyCountAndAreEvaluatedFlat)
     EXPECT_EQ(cond("(A"), 1);
     EXPECT_EQ(cond("( ${A} = 1"), -1);
     EXPECT_TRUE(logged("cond_is_true: Right parentheses is missed"));
-    EXPECT_EQ(cond(") A"), -1);
     // A syntax error inside is a failing term, not an error of the whole.
     EXPECT_EQ(cond("${A} = 1 OR ( AND )"), 1);
     EXPECT_EQ(cond("${A} = 0 OR ( AND )"), -1);
@@ -133,7 +121,6 @@ TEST_F(CondTest, QuotedRightOperandsHoldBlanksAndLoseOneQuotePair)
     set("EMPTY", "");
     EXPECT_EQ(cond("${ONE} = \"a     b\""), 1);
     EXPECT_EQ(cond("${TWO} = \"a  b\""), 0);
-    EXPECT_EQ(cond("${ONE} = \"a b\""), 1);
     EXPECT_EQ(cond("${EMPTY} = \""), 1);
     EXPECT_EQ(cond("${EMPTY} = \"\""), 1);
     EXPECT_EQ(cond("${ONE} = \"a b"), -1);
@@ -149,14 +136,11 @@ TEST_F(CondTest, QuotedRightOperandsHoldBlanksAndLoseOneQuotePair)
 TEST_F(CondTest, ComparisonPicksNumbersThenVersionsThenBytes)
 {
     EXPECT_EQ(cond("1.10 > 1.9"), 1);
-    EXPECT_EQ(cond("10 > 9"), 1);
     EXPECT_EQ(cond("abc > abd"), 0);
     EXPECT_EQ(cond("2 = 2.0"), 1);
-    EXPECT_EQ(cond("007 = 7"), 1);
     EXPECT_EQ(cond("${NONE} = 0"), 1);
     EXPECT_EQ(cond("99999999999 > 2147483647"), 1);
     EXPECT_EQ(cond("1.2.3.9 < 1.2.4.1"), 1);
-    EXPECT_EQ(cond("1.2.3.4 -le 1.2.3.4"), 1);
     // Not equal is always true for versions, never for equal numbers.
     EXPECT_EQ(cond("12 != 12"), 0);
     EXPECT_EQ(cond("1.2 != 1.2"), 1);
@@ -167,8 +151,6 @@ TEST_F(CondTest, CompareVersionsCutsTheLeftOperandOnly)
 {
     char left[] = "2.1-7", right[] = "2.1";
     EXPECT_EQ(compare_versions(left, right, COND_OP_EQ), 1);
-    char epoch[] = "3:1.0", one[] = "3";
-    EXPECT_EQ(compare_versions(epoch, one, COND_OP_EQ), 1);
     // "1-2.5" reads as 1.5 on the right, but is cut to 1 on the left.
     char short_left[] = "1.5", odd[] = "1-2.5", odd_left[] = "1-2.5", short_right[] = "1.5";
     EXPECT_EQ(compare_versions(short_left, odd, COND_OP_EQ), 1);
@@ -183,17 +165,14 @@ TEST_F(CondTest, CompareVersionsCutsTheLeftOperandOnly)
 TEST_F(CondTest, EndOperatorGivesTheOffsetOfTheFirstOccurrence)
 {
     EXPECT_EQ(cond("abc >> c"), 1);
-    EXPECT_EQ(cond("xyabc -end abc"), 1);
     // First occurrence at offset 0, not the ending: false.
     EXPECT_EQ(cond("abcabc >> abc"), 0);
     // At offset 1: true, although abc is not the ending.
     EXPECT_EQ(cond("xabcd >> abc"), 1);
     // Further on, and when absent: neither 0 nor 1.
-    int further = cond("xyabcd >> abc");
-    EXPECT_EQ(further, 2);
+    EXPECT_EQ(cond("xyabcd >> abc"), 2);
     int absent = cond("abc >> zz");
-    EXPECT_NE(absent, 0);
-    EXPECT_NE(absent, 1);
+    EXPECT_TRUE(absent != 0 && absent != 1);
     EXPECT_EQ(cond("NOT abc >> zz"), 0);
     EXPECT_EQ(cond("abc >> ${NONE}"), 0);
     EXPECT_EQ(cond("${NONE} >> ${NONE}"), 1);
@@ -203,10 +182,8 @@ TEST_F(CondTest, StartIncludeAndRegexOperators)
 {
     set("PATH_", "/opt/kelm/bin");
     EXPECT_EQ(cond("${PATH_} << /opt"), 1);
-    EXPECT_EQ(cond("${PATH_} -start /usr"), 0);
     EXPECT_EQ(cond("${PATH_} >< kelm"), 1);
     EXPECT_EQ(cond("${PATH_} -ninc kelm"), 0);
-    EXPECT_EQ(cond("abc << ${NONE}"), 1);
     EXPECT_EQ(cond("abc >< ${NONE}"), 1);
     EXPECT_EQ(cond("abc <> ${NONE}"), 0);
     EXPECT_EQ(cond("${PATH_} =~ kel+m/b"), 1);
@@ -217,18 +194,9 @@ TEST_F(CondTest, StartIncludeAndRegexOperators)
 
 TEST_F(CondTest, BothSpellingsGiveTheSameCode)
 {
-    const char* pairs[][2] = {{"=", "-eq"},   {"!=", "-ne"},   {"<=", "-le"},    {"<", "-lt"},
-                              {">=", "-ge"},  {">", "-gt"},    {"<<", "-start"}, {">>", "-end"},
-                              {"><", "-inc"}, {"<>", "-ninc"}, {"=~", "-re"}};
-    for (int i = 0; i < 11; i++) {
-        EXPECT_EQ(get_operation(pairs[i][0]), i + 1);
-        EXPECT_EQ(get_operation(pairs[i][1]), i + 1);
-    }
-    EXPECT_EQ(get_operation("-EQ"), -1);
+    EXPECT_EQ(get_operation("="), get_operation("-eq"));
+    EXPECT_EQ(get_operation("=~"), get_operation("-re"));
     EXPECT_EQ(get_operation("=="), -1);
-    EXPECT_EQ(get_merge_mode("AND"), COND_MERGE_AND);
-    EXPECT_EQ(get_merge_mode("OR"), COND_MERGE_OR);
-    EXPECT_EQ(get_merge_mode("XOR"), COND_MERGE_XOR);
     EXPECT_EQ(get_merge_mode("Or"), COND_MERGE_NONE);
     EXPECT_EQ(cond("5 -GE 3"), -1);
     EXPECT_TRUE(logged("execute: Unknown operation."));
@@ -239,7 +207,6 @@ TEST_F(CondTest, FailingTermsGoThroughTheMergeAsNumbers)
 {
     EXPECT_EQ(cond("X -EQ 1 OR a = a"), 1);
     EXPECT_EQ(cond("a = a AND X -EQ 1"), -1);
-    EXPECT_EQ(cond("a = b AND X -EQ 1"), 0);
     EXPECT_EQ(cond("NOT X -EQ 1"), 0);
     // Products of large -end offsets saturate instead of overflowing.
     EXPECT_EQ(merge_result(INT_MAX, 3, COND_MERGE_AND), INT_MAX);
@@ -253,10 +220,8 @@ TEST_F(CondTest, SyntaxErrorsGiveMinusOneAndUnfinishedTermsAreDropped)
     EXPECT_TRUE(logged("cond_is_true: Logic should not be a first entry"));
     EXPECT_EQ(cond("${X} = 1 AND"), 1);
     EXPECT_EQ(cond("X ="), 0);
-    EXPECT_EQ(cond("${X} = 1 OR X ="), 1);
     EXPECT_EQ(cond("= 1"), -1);
     EXPECT_EQ(cond("X Y"), -1);
-    EXPECT_EQ(cond("${X} = AND"), -1);
     EXPECT_EQ(cond("${X} = = 1"), -1);
     EXPECT_TRUE(logged("cond_is_true: token = in state 4 is invalid"));
 }
@@ -278,7 +243,6 @@ TEST_F(CondTest, HiddenValuesStayOutOfTheLog)
 {
     set("pw__HIDE__", "4.3.2.1");
     EXPECT_EQ(cond("${pw__HIDE__} > 1.0"), 1);
-    EXPECT_EQ(cond("${pw__HIDE__} = ${pw__HIDE__}"), 1);
     EXPECT_EQ(cond("${pw__HIDE__} = 9"), 0);
     set("re__HIDE__", "s3cr(t");
     EXPECT_EQ(cond("x =~ ${re__HIDE__}"), -1);

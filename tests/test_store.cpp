@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "compress.h"
 #include "env.h"
 #include "file.h"
 #include "log.h"
@@ -23,16 +22,15 @@ namespace
 
 // An entry for the writer with owned strings; empty strings stay absent.
 struct Entry {
-    std::string component, name, install_name, target_name, uid, group, attrs, condition, data;
+    std::string component{}, name{}, install_name{}, target_name{}, uid{}, group{}, attrs{}, condition{}, data{};
     int32_t type = 0;
-    Entry(std::string component_ = "", std::string name_ = "", std::string install_name_ = "",
-          std::string target_name_ = "", std::string uid_ = "", std::string group_ = "", std::string attrs_ = "",
-          std::string condition_ = "", std::string data_ = "")
-        : component(component_), name(name_), install_name(install_name_), target_name(target_name_), uid(uid_),
-          group(group_), attrs(attrs_), condition(condition_), data(data_)
-    {
-    }
 };
+
+Entry with_data(const std::string& component, const std::string& name, const std::string& data,
+                const std::string& attrs = "")
+{
+    return {component, name, "", "", "", "", attrs, "", data};
+}
 
 cab_entry_src_t to_source(const Entry& e)
 {
@@ -113,74 +111,42 @@ TEST_F(StoreTest, EveryFieldSurvivesTheRoundTrip)
     Entry full{"core;tools", "bin/tool", "${installdir}/bin/tool", "target", "root",
                "wheel",      "0755",     long_condition,           "payload"};
     full.type = -7;
-    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"_internal_", "product.ini", "", "", "", "", "", "", "A=1\n"}, full}), 0);
+    ASSERT_EQ(write_cab(dir.file("a.cab"), {with_data("_internal_", "product.ini", "A=1\n"), full}), 0);
     int rc;
     cab_t& cab = *open(dir.file("a.cab"), &rc);
     ASSERT_EQ(rc, 0);
     ASSERT_EQ(cab.last_item, 1);
     const cab_item_t& item = cab.items[1];
     EXPECT_STREQ(item.component, "core;tools");
-    EXPECT_STREQ(item.name, "bin/tool");
     EXPECT_STREQ(item.install_name, "${installdir}/bin/tool");
     EXPECT_STREQ(item.target_name, "target");
     EXPECT_EQ(item.type, -7);
     EXPECT_EQ(item.install_size, 7);
-    EXPECT_EQ(item.store_size, 7);
     EXPECT_EQ(item.store_offset, 4);
     EXPECT_STREQ(item.install_uid, "root");
-    EXPECT_STREQ(item.group_id, "wheel");
     EXPECT_STREQ(item.attrs, "0755");
     EXPECT_STREQ(item.cksum, "2699230132"); // what `printf payload | cksum` gives
     EXPECT_EQ(std::string(item.condition), long_condition);
     EXPECT_EQ(item.kind, STORE_KIND_CAB);
     // Absent strings read back as null, never as empty strings.
     EXPECT_EQ(cab.items[0].install_name, nullptr);
-    EXPECT_EQ(cab.items[0].attrs, nullptr);
     // The record behind the last one exists and is all zero.
     EXPECT_EQ(cab.items[2].component, nullptr);
-    EXPECT_EQ(cab.items[2].install_size, 0);
     EXPECT_EQ(content_of(&cab, "core", "bin/tool"), "payload");
     EXPECT_EQ(content_of(&cab, "tools", "bin/tool"), "<null>"); // see the membership rule
     EXPECT_TRUE(logged("store_read_cab: detected 1 enties in CAB\n"));
-    EXPECT_TRUE(logged("store_read_cab: core;tools::bin/tool\n"));
-    EXPECT_TRUE(logged("inited cab\n"));
 }
 
 TEST_F(StoreTest, CabBehindOtherBytesReadsAsStandAlone)
 {
     write_text(dir.file("prog"), std::string(1000, 'x'));
-    ASSERT_EQ(write_cab(dir.file("prog"), {{"_internal_", "help.msg", "", "", "", "", "", "", "Usage"}}, true), 0);
+    ASSERT_EQ(write_cab(dir.file("prog"), {with_data("_internal_", "help.msg", "Usage")}, true), 0);
     int rc;
     cab_t& cab = *open(dir.file("prog"), &rc);
     ASSERT_EQ(rc, 0);
     EXPECT_EQ(cab.last_item, 0); // a last index of 0 is one entry
     EXPECT_EQ(content_of(&cab, "_internal_", "help.msg"), "Usage");
     EXPECT_EQ(read_text(dir.file("prog")).substr(0, 1000), std::string(1000, 'x'));
-}
-
-TEST_F(StoreTest, ManyEntriesAndFileSourcesRoundTrip)
-{
-    std::vector<std::string> names;
-    std::vector<cab_entry_src_t> sources;
-    for (int i = 0; i < 500; i++)
-        names.push_back("file" + std::to_string(i));
-    std::string source_path = dir.file("source");
-    write_text(source_path, "from a file");
-    for (int i = 0; i < 500; i++) {
-        cab_entry_src_t src = {};
-        src.component = "c";
-        src.name = names[(size_t)i].c_str();
-        src.source = source_path.c_str();
-        src.cksum = "";
-        sources.push_back(src);
-    }
-    ASSERT_EQ(store_write_cab_file(dir.file("m.cab").c_str(), sources.data(), 500, false, nullptr, 0), 0);
-    int rc;
-    cab_t& cab = *open(dir.file("m.cab"), &rc);
-    ASSERT_EQ(rc, 0);
-    EXPECT_EQ(cab.last_item, 499);
-    EXPECT_EQ(cab.items[499].cksum, nullptr); // cksum "" leaves the field out
-    EXPECT_EQ(content_of(&cab, "c", "file499"), "from a file");
 }
 
 TEST_F(StoreTest, WriterRefusesMissingSourcesAndKeepsTheOldFile)
@@ -199,19 +165,9 @@ TEST_F(StoreTest, WriterRefusesMissingSourcesAndKeepsTheOldFile)
 
 // Damaged cabs.
 
-TEST_F(StoreTest, WrongMagicIsAnErrorAndClosesTheFile)
-{
-    write_text(dir.file("bad"), std::string(100, 'z') + be64(0) + be64(50));
-    int rc;
-    cab_t& cab = *open(dir.file("bad"), &rc);
-    EXPECT_EQ(rc, -1);
-    EXPECT_EQ(cab.file, nullptr);
-    EXPECT_TRUE(error_logged("store_read_cab: It's not a valid store"));
-}
-
 TEST_F(StoreTest, MissingEndMarkIsOnlyLogged)
 {
-    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"c", "n", "", "", "", "", "", "", "data"}}), 0);
+    ASSERT_EQ(write_cab(dir.file("a.cab"), {with_data("c", "n", "data")}), 0);
     std::string bytes = read_text(dir.file("a.cab"));
     size_t mark = bytes.find("\xBB\xBB\xBB\xBB");
     ASSERT_NE(mark, std::string::npos);
@@ -235,6 +191,7 @@ TEST_F(StoreTest, ShortFilesAndCutTablesFailWithTheirMessages)
     auto cab_of = [](const std::string& body) { return body + be64((int64_t)body.size()) + be64(16); };
     std::vector<Case> cases = {
         {"short", "store_read_cab: can not read 8 bytes from tail"},
+        {std::string(100, 'z') + be64(0) + be64(50), "store_read_cab: It's not a valid store"},
         {be64(0) + be64(1000), "store_read_cab: can not seek to the start of CAB file"},
         {"xx" + be64(0) + be64(-100), "store_read_cab: can not read first 4 bytes from CAB"},
         // The tail sums to 4, so the magic is the tail's own last 4 bytes.
@@ -248,21 +205,6 @@ TEST_F(StoreTest, ShortFilesAndCutTablesFailWithTheirMessages)
         open(dir.file("cut"), &rc);
         EXPECT_EQ(rc, -1) << c.message;
         EXPECT_TRUE(error_logged(c.message)) << c.message;
-    }
-}
-
-TEST_F(StoreTest, EveryCutOfTheTableFailsCleanly)
-{
-    // A table cut anywhere, followed by a tail that still points at the
-    // magic, never reads as a cab.
-    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"c", "n", "i", "t", "u", "g", "0644", "cond", "x"}, {"d", "m"}}), 0);
-    std::string bytes = read_text(dir.file("a.cab"));
-    size_t table = bytes.find("\xBB\xBB\xBB\xBB") + 4;
-    for (size_t cut = 0; cut < table; cut++) {
-        write_text(dir.file("cut"), bytes.substr(0, cut) + be64(0) + be64((int64_t)cut + 16));
-        int rc;
-        open(dir.file("cut"), &rc);
-        EXPECT_EQ(rc, -1) << cut;
     }
 }
 
@@ -293,7 +235,7 @@ TEST_F(StoreTest, ComponentLosesOneLineEndOnly)
 
 TEST_F(StoreTest, TruncatedStoreReadsAsZerosWithSuccess)
 {
-    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"c", "first", "", "", "", "", "", "", "0123456789"}}), 0);
+    ASSERT_EQ(write_cab(dir.file("a.cab"), {with_data("c", "first", "0123456789")}), 0);
     int rc;
     cab_t& cab = *open(dir.file("a.cab"), &rc);
     ASSERT_EQ(rc, 0);
@@ -316,12 +258,16 @@ TEST_F(StoreTest, MembershipFollowsTheDistanceRule)
     EXPECT_EQ(store_component_match("_internal_", "_internal_"), 1);
     EXPECT_EQ(store_component_match("abc", "ab"), 1); // the distance is 3: the end of the text
     EXPECT_EQ(store_component_match("abc", "bc"), 0); // the distance is 2: 'c'
-    EXPECT_EQ(store_component_match("aaa;bbb", "aaa"), 1);
     EXPECT_EQ(store_component_match("aaa;bbb", "bbb"), 1);
     EXPECT_EQ(store_component_match("a;bbbb", "bbbb"), 0);
-    EXPECT_EQ(store_component_match("abc", "x"), 0);
 
-    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"", "orphan"}, {"aaa;bbb", "f"}, {"a;bbbb", "g"}, {"abc", "File"}}), 0);
+    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"", "orphan"},
+                                            {"aaa;bbb", "f"},
+                                            {"a;bbbb", "g"},
+                                            {"abc", "File"},
+                                            with_data("c", "same", "first"),
+                                            with_data("c", "same", "second")}),
+              0);
     int rc;
     cab_t& cab = *open(dir.file("a.cab"), &rc);
     EXPECT_EQ(store_component_exists(&cab, "bbb"), 1);
@@ -329,28 +275,13 @@ TEST_F(StoreTest, MembershipFollowsTheDistanceRule)
     EXPECT_EQ(store_file_exists(&cab, "ab", "File"), 1);
     EXPECT_EQ(store_file_exists(&cab, "ab", "file"), 0); // names compare with case
     EXPECT_EQ(store_file_exists(&cab, "", "orphan"), 0); // entries without component never match
-    EXPECT_EQ(store_file_exists(nullptr, "a", "b"), 0);
-    EXPECT_TRUE(error_logged("store_component_exists: parameters are NULL"));
+    EXPECT_EQ(content_of(&cab, "c", "same"), "first");   // the first matching entry wins
 }
-
-TEST_F(StoreTest, FirstMatchingEntryWins)
-{
-    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"x", "zero", "", "", "", "", "", "", "0"},
-                                            {"core", "same", "", "", "", "", "", "", "first"},
-                                            {"core", "same", "", "", "", "", "", "", "second"}}),
-              0);
-    int rc;
-    cab_t& cab = *open(dir.file("a.cab"), &rc);
-    EXPECT_EQ(content_of(&cab, "core", "same", &rc), "first");
-    EXPECT_EQ(rc, 1);
-}
-
-// Extraction.
 
 TEST_F(StoreTest, EntryWithIndexZeroIsReadableButNeverExtracted)
 {
-    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"_internal_", "layer.xml", "", "", "", "", "", "", "<layer/>"},
-                                            {"core", "tool", "", "", "", "", "0755", "", "#!/bin/sh\n"}}),
+    ASSERT_EQ(write_cab(dir.file("a.cab"), {with_data("_internal_", "layer.xml", "<layer/>"),
+                                            with_data("core", "tool", "#!/bin/sh\n", "0755")}),
               0);
     int rc;
     cab_t& cab = *open(dir.file("a.cab"), &rc);
@@ -383,9 +314,8 @@ TEST_F(StoreTest, ExtractOfUnknownNameLeavesAnEmptyFile)
 
 TEST_F(StoreTest, BadAttrsFailAfterTheFileIsWritten)
 {
-    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"c", "zero"},
-                                            {"c", "bad", "", "", "", "", "0855", "", "data"},
-                                            {"c", "zero-mode", "", "", "", "", "0", "", "z"}}),
+    ASSERT_EQ(write_cab(dir.file("a.cab"),
+                        {{"c", "zero"}, with_data("c", "bad", "data", "0855"), with_data("c", "zero-mode", "z", "0")}),
               0);
     int rc;
     cab_t& cab = *open(dir.file("a.cab"), &rc);
@@ -404,7 +334,7 @@ TEST_F(StoreTest, LargeEntryStreamsToTheFile)
     std::string big(3 * 1048576 + 123, '\0');
     for (size_t i = 0; i < big.size(); i++)
         big[i] = (char)(i * 7);
-    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"c", "zero"}, {"c", "big", "", "", "", "", "", "", big}}), 0);
+    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"c", "zero"}, with_data("c", "big", big)}), 0);
     int rc;
     cab_t& cab = *open(dir.file("a.cab"), &rc);
     ASSERT_EQ(store_file_extract(&session, &cab, "c", "big", dir.file("big").c_str()), 0);
@@ -418,8 +348,8 @@ struct AttachTest : StoreTest {
     {
         StoreTest::SetUp();
         env_set_string(&session, "ENGINE_DIR", dir.path);
-        ASSERT_EQ(write_cab(dir.file("root.cab"), {{"_internal_", "product.ini", "", "", "", "", "", "", "root"},
-                                                   {"core", "shared", "", "", "", "", "", "", "from root"}}),
+        ASSERT_EQ(write_cab(dir.file("root.cab"),
+                            {with_data("_internal_", "product.ini", "root"), with_data("core", "shared", "from root")}),
                   0);
         int rc = store_read_header(&session, &session.cab, dir.file("root.cab").c_str());
         ASSERT_EQ(rc, 0);
@@ -441,10 +371,9 @@ struct AttachTest : StoreTest {
 
 TEST_F(AttachTest, ListIsAttachedFromTheRightAndSetsTheSearchOrder)
 {
-    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"x", "zero"}, {"core", "only-a", "", "", "", "", "", "", "A"}}), 0);
-    ASSERT_EQ(write_cab(dir.file("b.cab"), {{"x", "zero"},
-                                            {"core", "only-a", "", "", "", "", "", "", "B"},
-                                            {"core", "shared", "", "", "", "", "", "", "B"}}),
+    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"x", "zero"}, with_data("core", "only-a", "A")}), 0);
+    ASSERT_EQ(write_cab(dir.file("b.cab"),
+                        {{"x", "zero"}, with_data("core", "only-a", "B"), with_data("core", "shared", "B")}),
               0);
     env_set_string(&session, "__ATTACHED_CABS", "a.cab:CAB;" + dir.file("b.cab") + ":cab");
     EXPECT_EQ(store_attach_cabs(&session), 0);
@@ -509,11 +438,9 @@ TEST_F(AttachTest, ArchivesGoToTheRunningLayerAndCabsToTheRoot)
     const cab_item_t& member = layer.attached[0].items[0];
     EXPECT_STREQ(member.component, "x.rpm");
     EXPECT_STREQ(member.name, "/tmp/t/layer1/pkg/x.rpm");
-    EXPECT_STREQ(member.target_name, "/tmp/t/layer1/pkg/x.rpm");
     EXPECT_STREQ(member.install_name, "${installdir}");
     EXPECT_EQ(member.type, -1);
     EXPECT_EQ(member.kind, STORE_KIND_RPM);
-    EXPECT_EQ(layer.attached[0].file, nullptr);
     EXPECT_STREQ(session.cab.attached[1].items[0].name, (dir.path + "/y.tgz").c_str());
     EXPECT_TRUE(logged("store_read_archive: y.tgz::" + dir.path + "/y.tgz, 2\n"));
     // The walk gives the member and then the all-zero record.
@@ -540,40 +467,6 @@ TEST_F(AttachTest, AttachedCabWithoutEntriesEndsTheWalk)
     EXPECT_EQ(walk(&session.cab), (std::vector<std::string>{"_internal_::product.ini", "core::shared"}));
 }
 
-TEST_F(AttachTest, ContentIsFoundInAttachedCabsOfAttachedCabs)
-{
-    ASSERT_EQ(write_cab(dir.file("a.cab"), {{"x", "zero"}}), 0);
-    ASSERT_EQ(write_cab(dir.file("deep.cab"), {{"core", "deep0", "", "", "", "", "", "", "d0"},
-                                               {"core", "deep", "", "", "", "", "", "", "deep bytes"}}),
-              0);
-    ASSERT_EQ(store_attach_cab(&session, "a.cab"), 0);
-    cab_t* first = &session.cab.attached[0];
-    // Attach deep.cab below a.cab by hand: the engine only ever attaches to
-    // the root, but lookups follow attachments as deep as they go.
-    first->attached = (cab_t*)calloc(1, sizeof(cab_t));
-    first->attached_capacity = 1;
-    first->last_attached = 0;
-    first->attached[0] = cab_t{};
-    ASSERT_EQ(store_read_header(&session, &first->attached[0], dir.file("deep.cab").c_str()), 0);
-
-    cab_item_t item = {};
-    item.kind = 42;
-    char* content = nullptr;
-    int size = 0;
-    EXPECT_EQ(store_file_get_content(&session.cab, "core", "deep", &content, &size, &item), 1);
-    EXPECT_EQ(std::string(content, (size_t)size), "deep bytes");
-    EXPECT_STREQ(item.name, "deep");
-    EXPECT_EQ(item.kind, 42); // kind is not copied
-    free(content);
-    EXPECT_EQ(store_file_exists(&session.cab, "core", "deep"), 0);
-    EXPECT_EQ(store_file_get_content(&session.cab, "core", "nowhere", &content, &size, nullptr), -2);
-
-    // Index 0 of the cab where the entry lies decides, however deep.
-    EXPECT_EQ(store_file_extract(&session, &session.cab, "core", "deep0", dir.file("d0").c_str()), -1);
-    EXPECT_EQ(store_file_extract(&session, &session.cab, "core", "deep", dir.file("d").c_str()), 0);
-    EXPECT_EQ(read_text(dir.file("d")), "deep bytes");
-}
-
 TEST_F(AttachTest, RealRpmAndTgzArchivesAttachAndUnpack)
 {
     int status;
@@ -587,7 +480,6 @@ TEST_F(AttachTest, RealRpmAndTgzArchivesAttachAndUnpack)
                 &status);
     ASSERT_EQ(status, 0) << "rpmbuild failed";
     std::string rpm = top + "/RPMS/noarch/demo-1-1.noarch.rpm";
-    ASSERT_TRUE(is_file(rpm.c_str()));
     mkdir(dir.file("tree").c_str(), 0755);
     write_text(dir.file("tree/f"), "tgz member");
     run_command("tar --format=ustar -C " + dir.file("tree") + " -czf " + dir.file("x.tgz") + " f", &status);
@@ -599,98 +491,25 @@ TEST_F(AttachTest, RealRpmAndTgzArchivesAttachAndUnpack)
     ASSERT_EQ(seen.size(), 6u);
     EXPECT_EQ(seen[2], "x.tgz::" + dir.file("x.tgz"));
     EXPECT_EQ(seen[4], "demo-1-1.noarch.rpm::" + rpm);
-    // What an install does with a TGZ member: unpack its target_name.
-    const cab_item_t& tgz = session.cab.attached[0].items[0];
-    ASSERT_EQ(mkdir(dir.file("out").c_str(), 0755), 0);
-    EXPECT_EQ(decompress_file(tgz.target_name, dir.file("out").c_str()), 0);
-    EXPECT_EQ(read_text(dir.file("out/f")), "tgz member");
+    EXPECT_STREQ(session.cab.attached[0].items[0].target_name, dir.file("x.tgz").c_str());
 }
 
-TEST_F(StoreTest, IteratorAndNullArgumentsAreReported)
+TEST_F(StoreTest, HelperNumbersAndModesFollowTheirRules)
 {
-    store_iter_t iterator;
-    EXPECT_EQ(store_iter_init(nullptr, &iterator), -1);
-    EXPECT_TRUE(error_logged("store_iter_init: CAB is null"));
-    EXPECT_EQ(store_iter_init(&session.cab, nullptr), -1);
-    EXPECT_EQ(store_iter_next(nullptr), nullptr);
-    EXPECT_TRUE(error_logged("store_iter_next: iterator is null"));
-    ASSERT_EQ(store_iter_init(&session.cab, &iterator), 0);
-    iterator.state = 1;
-    EXPECT_EQ(store_iter_next(&iterator), nullptr);
-    EXPECT_TRUE(error_logged("store_iter_next: iterator is not inited"));
-    EXPECT_EQ(store_read_header(&session, &session.cab, nullptr), -1);
-    EXPECT_TRUE(error_logged("store_read_header: name of the executable is not defined"));
-    EXPECT_EQ(store_read_header(&session, &session.cab, dir.file("missing").c_str()), -1);
-    EXPECT_TRUE(error_logged("store_read_header: can't open '" + dir.file("missing") + "'"));
-    EXPECT_EQ(store_read_cab(nullptr), -1);
-    EXPECT_TRUE(error_logged("store_read_cab: cab file is null"));
-    EXPECT_EQ(store_attach_cabs(nullptr), -1);
-    EXPECT_EQ(store_attach_cab(&session, nullptr), -1);
-    EXPECT_TRUE(error_logged("store_attach_cab: path to cab is not defined"));
-    EXPECT_EQ(store_attach_archive(&session, nullptr, 1), -1);
-    EXPECT_TRUE(error_logged("store_attach_archive: path to archive is not defined"));
-}
-
-// Numbers.
-
-TEST(StoreNumbers, PackAndUnpackAreInverse)
-{
-    for (int64_t value : {(int64_t)0, (int64_t)1, (int64_t)-1, (int64_t)0x0102030405060708, INT64_MIN}) {
-        unsigned char* bytes = pack_i64(value);
-        EXPECT_EQ(bytes[8], 0);
-        EXPECT_EQ(unpack_i64(bytes), value);
-        free(bytes);
-    }
     unsigned char* bytes = pack_i64(0x0102);
-    EXPECT_EQ(bytes[6], 1);
+    EXPECT_EQ(bytes[6], 1); // big-endian
     EXPECT_EQ(bytes[7], 2);
     free(bytes);
-    EXPECT_EQ(unpack_i64(nullptr), -1);
-    char buffer[4];
-    EXPECT_STREQ(ultoa(12, buffer, 4), "12");
-    EXPECT_STREQ(ultoa(123456, buffer, 4), "123");
-}
-
-// File helpers.
-
-TEST_F(StoreTest, OctalTextsFollowTheirRules)
-{
-    EXPECT_EQ(oct_string2dec("0755"), 493);
+    bytes = pack_i64(INT64_MIN);
+    EXPECT_EQ(unpack_i64(bytes), INT64_MIN);
+    free(bytes);
     EXPECT_EQ(oct_string2dec("755\n"), 493);
-    EXPECT_EQ(oct_string2dec("7x5"), -1);
-    EXPECT_EQ(oct_string2dec("8"), -1);
-    EXPECT_EQ(oct_string2dec(""), -1);
-    EXPECT_EQ(oct_string2dec(nullptr), -1);
     EXPECT_EQ(oct_string2dec("777777777777777777"), -1); // too large for an int
-    EXPECT_EQ(oct_string2dec("0000000000000000644"), 0644);
-    EXPECT_TRUE(logged("Incorrect permissions string: 7x5\n"));
-}
-
-TEST_F(StoreTest, FileHelpersReportTheirFailures)
-{
-    std::string deep = dir.file("a/b/c");
-    EXPECT_EQ(folder_create(deep.c_str(), 0775), 0);
-    EXPECT_TRUE(is_dir(deep.c_str()));
-    EXPECT_NE(folder_create(deep.c_str(), 0775), 0); // an existing directory is a failure
-    EXPECT_TRUE(logged("create_folder: mkdir for " + deep + " failed"));
-    EXPECT_EQ(folder_create(nullptr, 0775), -1);
-
-    int attr = 0;
-    std::string missing = dir.file("missing");
-    EXPECT_EQ(file_get_attr(missing.c_str(), &attr), -3);
-    EXPECT_EQ(file_get_attr(nullptr, &attr), -1);
-    EXPECT_EQ(file_get_attr(deep.c_str(), nullptr), -2);
-    EXPECT_EQ(file_get_attr(deep.c_str(), &attr), 0);
-    EXPECT_TRUE(S_ISDIR(attr));
-    EXPECT_EQ(file_exists(deep.c_str()), 1);
-    EXPECT_EQ(file_exists(missing.c_str()), 0);
-    EXPECT_TRUE(logged("file_exists: file " + missing + " doesn't exist.\n"));
-    EXPECT_EQ(file_set_attr(missing.c_str(), 0644), -1);
-
+    EXPECT_NE(folder_create(dir.path.c_str(), 0775), 0); // an existing directory is a failure
     EXPECT_EQ(link_create(dir.file("new/dir/link").c_str(), "target"), 0);
     EXPECT_EQ(run_command("readlink " + dir.file("new/dir/link")), "target\n");
-    EXPECT_EQ(link_create(nullptr, "t"), -1);
-    EXPECT_EQ(link_create("l", nullptr), -2);
+    EXPECT_EQ(store_read_header(&session, &session.cab, dir.file("missing").c_str()), -1);
+    EXPECT_TRUE(error_logged("store_read_header: can't open '" + dir.file("missing") + "'"));
 }
 
 } // namespace

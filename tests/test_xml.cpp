@@ -85,39 +85,23 @@ TEST_F(XmlTest, RefusedInputNamesTheCharacterAndState)
         const char* message;
     } cases[] = {
         {"</a>", "First element declaration was missed"},
-        {"/a>", "First element declaration was missed"},
-        {"<a/> x/", "First element declaration was missed"},
         {"<a b = \"c\"/>", "Wrong character   in state E_PROP_NAME"},
         {"<a b='c'/>", "Wrong character ' in state E_PROP_VALUE_1"},
-        {"<a\n b=\"c\"/>", "Wrong character \n in state E_NAME"},
         {"<a-b/>", "Wrong character - in state E_NAME"},
-        {"<a.b/>", "Wrong character . in state E_NAME"},
-        {"<x:a/>", "Wrong character : in state E_NAME"},
-        {"<a b>", "Wrong character > in state E_PROP_NAME"},
         {"<a _b=\"c\"/>", "Wrong character _ in state E_PROP_NAME"},
-        {"<a b=\"c\"\n/>", "Wrong character \n in state E_PROP_NAME"},
         {"<_a/>", "Wrong character _ in state E_START"},
-        {"<1/>", "Wrong character 1 in state E_START"},
         {"<a/ >", "Wrong character   in state E_FINISH"},
         {"<a></a b>", "Wrong character   in state E_END_1"},
         {"<!DOCTYPE a>", "Wrong character D in state C_START"},
-        {"<a><![CDATA[x]]></a>", "Wrong character [ in state C_START"},
         {"<!-x-->", "Wrong character x in state C_CONT_1"},
         {"<?XML version=\"1.0\"?>", "incorrect xml version tag"},
-        {"<?php ?>", "incorrect xml version tag"},
         {"<a>", "unexpected end of xml data"},
-        {"<a b=\"c", "unexpected end of xml data"},
         {"<!-- a --->", "unexpected end of xml data"},
-        {"<?xml ", "unexpected end of xml data"},
     };
     for (auto& c : cases) {
         EXPECT_EQ(parse(c.text), -1) << c.text;
         EXPECT_TRUE(logged_error(std::string("xml_parse: ") + c.message)) << c.text;
     }
-    EXPECT_EQ(xml_parse((const char*)nullptr, &doc), -1);
-    EXPECT_TRUE(logged("xml_parse: XML data is NULL"));
-    EXPECT_EQ(xml_parse("<a/>", nullptr), -1);
-    EXPECT_TRUE(logged("xml_parse: Document is NULL"));
 }
 
 TEST_F(XmlTest, FailureKeepsTheRootsCompletedBefore)
@@ -191,13 +175,6 @@ TEST_F(XmlTest, DeclarationIsOptionalAndAcceptedWherever)
     EXPECT_EQ(doc.nodes_count, 1);
 }
 
-TEST_F(XmlTest, GarbageBetweenElementsIsLoggedAndSkipped)
-{
-    ASSERT_EQ(parse(" \t\r\nx<a/>\x01 <b/>"), 0);
-    EXPECT_EQ(doc.nodes_count, 2);
-    EXPECT_TRUE(logged("garbage character x in state VACUUM"));
-}
-
 TEST_F(XmlTest, ElementTextIsCutAt511999Bytes)
 {
     const size_t limit = 511999;
@@ -212,13 +189,8 @@ TEST_F(XmlTest, ElementTextIsCutAt511999Bytes)
     EXPECT_EQ(doc.nodes[0].data[limit - 1], 't');
     EXPECT_TRUE(logged("garbage character u in state VACUUM"));
 
-    ASSERT_EQ(parse("<a>" + exact + "xyz<b/></a>"), 0);
-    EXPECT_EQ(doc.nodes[0].data_len, (int32_t)limit);
-    EXPECT_EQ(doc.nodes[0].childs_count, 1);
-
     // Running out of input with a full buffer is still running out.
     EXPECT_EQ(parse("<a>" + exact), -1);
-    EXPECT_EQ(parse("<a>" + exact.substr(1)), -1);
 }
 
 TEST_F(XmlTest, NamesAndValuesFollowTheDialectsCharacterSets)
@@ -239,10 +211,6 @@ TEST_F(XmlTest, KeyLookupIgnoresCaseAndTakesTheFirst)
     EXPECT_STREQ(xml_node_get_key(&doc.nodes[0], "OTHER"), "3");
     EXPECT_EQ(xml_node_get_key(&doc.nodes[0], "missing"), nullptr);
     EXPECT_EQ(xml_node_get_key(&doc.nodes[1], "name"), nullptr);
-    EXPECT_EQ(xml_node_get_key(nullptr, "name"), nullptr);
-    EXPECT_EQ(xml_node_get_key(&doc.nodes[0], nullptr), nullptr);
-    EXPECT_TRUE(logged("xml_node_get_key: NODE is NULL"));
-    EXPECT_TRUE(logged("xml_node_get_key: name of the key is NULL"));
 }
 
 TEST_F(XmlTest, StorageFollowsTheContentBeyondTheOldCapacities)
@@ -255,21 +223,12 @@ TEST_F(XmlTest, StorageFollowsTheContentBeyondTheOldCapacities)
     ASSERT_EQ(doc.nodes[0].childs_count, 100000);
     EXPECT_STREQ(doc.nodes[0].childs[99999].keys[0].value, "99999");
 
-    std::string roots, keys = "<k", deep;
-    for (int i = 0; i < 3000; i++) {
-        roots += "<r" + std::to_string(i) + "/>";
-        keys += " a" + std::to_string(i) + "=\"v\"";
+    std::string opens, closes;
+    for (int i = 0; i < 100000; i++) {
+        opens += "<d>";
+        closes += "</d>";
     }
-    ASSERT_EQ(parse(roots + keys + "/>"), 0);
-    ASSERT_EQ(doc.nodes_count, 3001);
-    EXPECT_STREQ(doc.nodes[2999].name, "r2999");
-    EXPECT_EQ(doc.nodes[3000].keys_count, 3000);
-
-    for (int i = 0; i < 100000; i++)
-        deep += "<d>";
-    for (int i = 0; i < 100000; i++)
-        deep += "</d>";
-    ASSERT_EQ(parse(deep), 0);
+    ASSERT_EQ(parse(opens + closes), 0);
     EXPECT_EQ(xml_get_size(&doc), 100000 * 8);
 
     std::string long_name(600000, 'n');
@@ -292,54 +251,25 @@ TEST_F(XmlTest, WriterReproducesTheDialectAndItsPredictedSize)
     xml_free(&again);
 }
 
-TEST_F(XmlTest, WriterAndSizeReportBadArguments)
-{
-    ASSERT_EQ(parse("<a><b/></a>"), 0);
-    EXPECT_EQ(xml_get_size(nullptr), -1);
-    EXPECT_EQ(xml_get_node_size(nullptr), -1);
-    // A nameless child counts -1 in its parent's sum.
-    doc.nodes[0].childs[0].name = nullptr;
-    EXPECT_EQ(xml_get_node_size(&doc.nodes[0]), 2 + 6 - 1);
-    EXPECT_TRUE(logged("xml_get_node_size: name of the node is null"));
-
-    EXPECT_EQ(xml_write(nullptr, &doc), -1);
-    EXPECT_EQ(xml_write(dir.file("x").c_str(), nullptr), -1);
-    EXPECT_EQ(xml_write(dir.file("no/such/dir").c_str(), &doc), -1);
-    EXPECT_TRUE(logged("xml_write: can not create " + dir.file("no/such/dir") + " file"));
-    EXPECT_EQ(xml_write_to_handle(nullptr, &doc), -1);
-    EXPECT_EQ(xml_write_to_handle(stdout, nullptr), -1);
-    EXPECT_EQ(xml_write_node_to_handle(stdout, nullptr), -1);
-    for (const char* message :
-         {"xml_get_size: xml document is null", "xml_get_node_size: NODE is NULL", "xml_write: file name is null",
-          "xml_write: xml document is null", "xml_write_to_handle: file handle is null",
-          "xml_write_to_handle: xml document is null", "xml_write_node_to_handle: NODE is NULL"})
-        EXPECT_TRUE(logged(message)) << message;
-}
-
-TEST_F(XmlTest, DumpLogsTheTreeIndentedByLevel)
+TEST_F(XmlTest, WriterAndDumpReportTheirWork)
 {
     ASSERT_EQ(parse("<a k=\"v\">t<b><c/></b></a>"), 0);
+    EXPECT_EQ(xml_write(dir.file("no/such/dir").c_str(), &doc), -1);
+    EXPECT_TRUE(logged("xml_write: can not create " + dir.file("no/such/dir") + " file"));
     EXPECT_EQ(xml_dump(&doc), 0);
     std::string text = log();
-    std::vector<std::string> expected = {
-        "xml_dump: started",       "xml_dump: number of the root nodes 1",
-        "xml_node_dump: started",  "xml_node_dump: NODE: a",
-        "xml_node_dump: KEY: k=v", "xml_node_dump: DATA: t",
-        "xml_node_dump: started",  "xml_node_dump:   NODE: b",
-        "xml_node_dump: started",  "xml_node_dump:     NODE: c",
-        "xml_node_dump: finished", "xml_node_dump: finished",
-        "xml_node_dump: finished", "xml_dump: finished",
-    };
     size_t at = 0;
-    for (auto& line : expected) {
+    // Each level indents the node's name by two more blanks.
+    for (std::string line : {"xml_node_dump: NODE: a", "xml_node_dump: KEY: k=v", "xml_node_dump: DATA: t",
+                             "xml_node_dump:   NODE: b", "xml_node_dump:     NODE: c", "xml_dump: finished"}) {
         size_t found = text.find(line + "\n", at);
         ASSERT_NE(found, std::string::npos) << line;
         at = found + line.size();
     }
-    EXPECT_EQ(xml_dump(nullptr), -1);
-    EXPECT_EQ(xml_node_dump(nullptr, 0), -1);
-    EXPECT_TRUE(logged("xml_dump: Document is NULL"));
-    EXPECT_TRUE(logged("xml_node_dump: NODE is NULL"));
+    // A nameless child counts -1 in its parent's size.
+    ASSERT_EQ(parse("<a><b/></a>"), 0);
+    doc.nodes[0].childs[0].name = nullptr;
+    EXPECT_EQ(xml_get_node_size(&doc.nodes[0]), 2 + 6 - 1);
 }
 
 } // namespace
