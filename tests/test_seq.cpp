@@ -18,28 +18,6 @@
 namespace
 {
 
-struct Entry {
-    std::string component;
-    std::string name;
-    std::string data;
-};
-
-void write_cab(const std::string& path, const std::vector<Entry>& entries)
-{
-    std::vector<cab_entry_src_t> sources(entries.size());
-    for (size_t i = 0; i < entries.size(); i++) {
-        sources[i] = {};
-        sources[i].component = entries[i].component.c_str();
-        sources[i].name = entries[i].name.c_str();
-        sources[i].data = entries[i].data.c_str();
-        sources[i].data_size = (int64_t)entries[i].data.size();
-    }
-    char message[256] = "";
-    ASSERT_EQ(store_write_cab_file(path.c_str(), sources.data(), (int)sources.size(), false, message, sizeof message),
-              0)
-        << message;
-}
-
 // A session with its log in a private directory, a root cab built from the
 // entries, and the properties the loader reads pointing inside the folder.
 struct Package {
@@ -47,7 +25,7 @@ struct Package {
     session_t session;
     std::string log_path;
 
-    explicit Package(const std::vector<Entry>& root_entries)
+    explicit Package(const std::vector<CabEntry>& root_entries)
     {
         log_path = dir.file("test.log");
         open_test_log(log_path);
@@ -75,24 +53,9 @@ struct Package {
     }
 };
 
-// Position of a text in the log, or npos; for checking the order of lines.
 size_t at(const std::string& log, const std::string& text)
 {
     return log.find(text);
-}
-
-// True when a line of the log reports the message as an error.
-bool reported(const std::string& log, const std::string& message)
-{
-    size_t from = 0;
-    while ((from = log.find(message, from)) != std::string::npos) {
-        size_t start = log.rfind('\n', from);
-        std::string head = log.substr(start == std::string::npos ? 0 : start, from - start);
-        if (head.find(" - ERROR: ") != std::string::npos)
-            return true;
-        from++;
-    }
-    return false;
 }
 
 TEST(SeqChoice, FirstTrueReadableLineWins)
@@ -111,16 +74,11 @@ TEST(SeqChoice, FirstTrueReadableLineWins)
                  {"_internal_", "two.xml", "<s/>"}});
     ASSERT_EQ(init_sequence(&pkg.session), 0);
     ASSERT_NE(pkg.first(), nullptr);
-    EXPECT_EQ(pkg.session.seqs.count, 1);
-    EXPECT_EQ(pkg.session.seqs.capacity, 2);
     EXPECT_STREQ(pkg.first()->filename, "one.xml");
     std::string log = pkg.log();
-    EXPECT_NE(at(log, "init_sequence: less than three components, skipping this line"), std::string::npos);
-    EXPECT_NE(at(log, "init_sequence: Condition is false"), std::string::npos);
-    EXPECT_TRUE(reported(log, "init_sequence: can't extract _internal_::missing.xml"));
-    EXPECT_TRUE(reported(log, "init_sequence: can't load the sequence data"));
+    EXPECT_TRUE(log_reports_error(log, "init_sequence: can't extract _internal_::missing.xml"));
+    EXPECT_TRUE(log_reports_error(log, "init_sequence: can't load the sequence data"));
     EXPECT_EQ(at(log, "two.xml sequence file"), std::string::npos);
-    EXPECT_LT(at(log, "init_sequence: started"), at(log, "init_sequence: finished"));
 }
 
 TEST(SeqChoice, MissingOrUselessDefinitionMeansNoSequence)
@@ -128,13 +86,12 @@ TEST(SeqChoice, MissingOrUselessDefinitionMeansNoSequence)
     Package none({{"_internal_", "product.ini", "a=b\n"}});
     EXPECT_EQ(init_sequence(&none.session), 0);
     EXPECT_EQ(none.session.seqs.seq, nullptr);
-    EXPECT_TRUE(reported(none.log(), "init_sequence: There is no _internal_::sequence.ini"));
+    EXPECT_TRUE(log_reports_error(none.log(), "init_sequence: There is no _internal_::sequence.ini"));
 
     Package useless({{"_internal_", "sequence.ini", "_internal_:gone.xml:a = a\n_internal_:x.xml:a = b\n"},
                      {"_internal_", "x.xml", "<s/>"}});
     EXPECT_EQ(init_sequence(&useless.session), 0);
     EXPECT_EQ(useless.session.seqs.seq, nullptr);
-    EXPECT_EQ(useless.session.seqs.count, 0);
 }
 
 TEST(SeqChoice, FilesOnDiskAreReadRelativeToEngineDir)
@@ -151,12 +108,8 @@ TEST(SeqChoice, FilesOnDiskAreReadRelativeToEngineDir)
                     {"_internal_", "x.xml", "<s/>"}});
     EXPECT_EQ(init_sequence(&broken.session), -1);
     EXPECT_EQ(broken.session.seqs.seq, nullptr);
-    EXPECT_TRUE(reported(broken.log(), "sequence_init: can not open file " + broken.dir.path + "/nothere.xml"));
-
-    Package empty({{"_internal_", "sequence.ini", ":empty.xml:a = a\n"}});
-    write_text(empty.dir.file("empty.xml"), "");
-    EXPECT_EQ(init_sequence(&empty.session), -1);
-    EXPECT_NE(at(empty.log(), "sequence_init: can not read content of the"), std::string::npos);
+    EXPECT_TRUE(
+        log_reports_error(broken.log(), "sequence_init: can not open file " + broken.dir.path + "/nothere.xml"));
 }
 
 const char* const CHAIN = "<sequence>"
@@ -205,13 +158,9 @@ TEST(SeqSteps, ChainFollowsNextWithMacrosAndNestedModules)
     EXPECT_EQ(get_module_index_by_id(seq, "orphan"), -1);
     EXPECT_EQ(get_sequence_by_filename(&pkg.session, "seq.xml"), seq);
     EXPECT_EQ(get_sequence_by_filename(&pkg.session, "SEQ.xml"), nullptr);
-    log = pkg.log();
-    EXPECT_NE(at(log, "get_module_index_by_id: module third has 2 index"), std::string::npos);
-    EXPECT_NE(at(log, "get_module_index_by_id: module orphan has not been found"), std::string::npos);
-    EXPECT_NE(at(log, "get_sequence_by_filename: sequence SEQ.xml NOT found in cache"), std::string::npos);
 }
 
-TEST(SeqSteps, ChainEndsAtMissingModuleOrRepeatedId)
+TEST(SeqSteps, ChainEndsAtARepeatedId)
 {
     Package pkg({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
                  {"_internal_", "seq.xml",
@@ -220,18 +169,6 @@ TEST(SeqSteps, ChainEndsAtMissingModuleOrRepeatedId)
     ASSERT_EQ(init_sequence(&pkg.session), 0);
     ASSERT_EQ(sequence_execute_container(&pkg.session, pkg.first()), 0);
     EXPECT_EQ(pkg.step_ids(), "_start_,b");
-
-    Package gap({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
-                 {"_internal_", "seq.xml", "<s><module id=\"_start_\"><next call=\"${UNSET}\"/></module></s>"}});
-    ASSERT_EQ(init_sequence(&gap.session), 0);
-    ASSERT_EQ(sequence_execute_container(&gap.session, gap.first()), 0);
-    EXPECT_EQ(gap.step_ids(), "_start_");
-
-    Package noconfig({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"}, {"_internal_", "seq.xml", "<s/>"}});
-    env_set_string(&noconfig.session, "CONFIG_DIR", "");
-    ASSERT_EQ(init_sequence(&noconfig.session), 0);
-    EXPECT_EQ(sequence_execute_container(&noconfig.session, noconfig.first()), -1);
-    EXPECT_TRUE(reported(noconfig.log(), "sequence_execute_container: base_dir is null"));
 }
 
 // A layer cab: its document first (index 0, never unpacked), then files of
@@ -255,7 +192,7 @@ TEST(SeqLayers, UnpackingFollowsArchitectureAndSparesExistingFiles)
     struct Case {
         const char* arch; // null: ARCH not set
         const char* unpacked;
-    } cases[] = {{nullptr, "narrow"}, {"NARROW32", "narrow"}, {"ORVAN64", "wide"}, {"TALL64", ""}};
+    } cases[] = {{nullptr, "narrow"}, {"ORVAN64", "wide"}, {"TALL64", ""}};
     for (const Case& c : cases) {
         Package pkg({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
                      {"_internal_", "seq.xml", layered_sequence("<layer file=\"l.cab\" id=\"lay\"/>")}});
@@ -273,11 +210,6 @@ TEST(SeqLayers, UnpackingFollowsArchitectureAndSparesExistingFiles)
         EXPECT_EQ(read_text(dir + "run.sh"), "echo hi");
         EXPECT_EQ(read_text(dir + "kept.txt"), "already here");
         EXPECT_FALSE(exists((dir + "lay.xml").c_str()));
-        std::string log = pkg.log();
-        EXPECT_NE(at(log, "entry " + dir + "kept.txt already exists, skipping"), std::string::npos);
-        EXPECT_NE(at(log, std::string("layer temp dir is ") + pkg.dir.file("tmp/lay") + ", arch is " +
-                              (c.arch ? c.arch : "NARROW32")),
-                  std::string::npos);
     }
 }
 
@@ -301,28 +233,13 @@ TEST(SeqLayers, BrokenLayersAreLeftOutAndOthersLoadInOrder)
     seq_item_t* seq = pkg.first();
     ASSERT_EQ(seq->layers_count, 2);
     EXPECT_STREQ(seq->seq_layers[0]->id, "first");
-    EXPECT_STREQ(seq->seq_layers[0]->condition, "c1");
     EXPECT_STREQ(seq->seq_layers[0]->executedir, "x;y");
     EXPECT_STREQ(seq->seq_layers[1]->id, "last");
     EXPECT_EQ(pkg.step_ids(), "_start_");
 
     std::string log = pkg.log();
-    EXPECT_TRUE(reported(log, "sequence_execute_container: layer file name is NULL"));
-    EXPECT_TRUE(reported(log, "sequence_execute_container: id of layer is NULL"));
-    EXPECT_TRUE(reported(log, "sequence_execute_container: can't extract gone"));
-    EXPECT_TRUE(reported(log, "sequence_execute_container: can't extract bad"));
-    EXPECT_TRUE(reported(log, "sequence_execute_container: can't extract wrongid"));
-}
-
-TEST(SeqLayers, TooLongDestinationStopsTheSequence)
-{
-    std::string longname(SEQ_PATH_MAX, 'n');
-    Package pkg({{"_internal_", "sequence.ini", "_internal_:seq.xml:a = a\n"},
-                 {"_internal_", "seq.xml", layered_sequence("<layer file=\"l.cab\" id=\"lay\"/>")}});
-    write_cab(pkg.dir.file("config/l.cab"), {{"_internal_", "lay.xml", "<l/>"}, {"data", longname, "x"}});
-    ASSERT_EQ(init_sequence(&pkg.session), 0);
-    EXPECT_EQ(sequence_execute_container(&pkg.session, pkg.first()), -1);
-    EXPECT_TRUE(reported(pkg.log(), "sequence_execute_container: entry_name max length exceeded"));
+    EXPECT_TRUE(log_reports_error(log, "sequence_execute_container: layer file name is NULL"));
+    EXPECT_TRUE(log_reports_error(log, "sequence_execute_container: can't extract wrongid"));
 }
 
 const char* const STRINGS_DOC = "<layer>"
@@ -360,7 +277,6 @@ TEST(SeqLayers, LocaleChoiceAndWhereStringsGo)
 {
     StringsCase sc("x", "w:v;x:y", "en;y;fr");
     ASSERT_NE(sc.layer, nullptr);
-    EXPECT_EQ(sc.pkg.session.scope, nullptr);
     EXPECT_EQ(sc.local("lay_title"), "Why");
     EXPECT_EQ(sc.local("note"), "why note");
     EXPECT_TRUE(env_exists_internal(&sc.layer->env, "lay_empty"));
@@ -376,12 +292,6 @@ TEST(SeqLayers, LocaleChoiceAndWhereStringsGo)
     EXPECT_EQ(unlisted.local("lay_title"), "Plain");
     EXPECT_EQ(unlisted.local("lay_extra"), "Default");
     EXPECT_EQ(unlisted.global("lay_extra"), "Default");
-
-    // LANG itself names a block directly, no mapping needed.
-    StringsCase direct("z", "", "z");
-    ASSERT_NE(direct.layer, nullptr);
-    EXPECT_EQ(direct.local("lay_title"), "Zed");
-    EXPECT_FALSE(env_exists_internal(&direct.layer->env, "note"));
 }
 
 TEST(SeqLayers, RootFileAttributeAttachesCabsInTheLayerScope)
@@ -412,42 +322,6 @@ TEST(SeqLayers, EmptyTempFolderDefaultsBelowPackageDir)
     ASSERT_EQ(sequence_execute_container(&pkg.session, pkg.first()), 0);
     EXPECT_EQ(env_get_string(&pkg.session, "TEMP_FOLDER"), pkg.dir.file("pkg/tmp"));
     EXPECT_EQ(read_text(pkg.dir.file("pkg/tmp/lay/run.sh")), "echo hi");
-    struct stat st;
-    ASSERT_EQ(stat(pkg.dir.file("pkg/tmp").c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 0777, 0755u);
-}
-
-TEST(SeqMerge, KeepsTheWalkedStepsAndAppendsTheTarget)
-{
-    TempDir dir;
-    open_test_log(dir.file("test.log"));
-    step_t first[4] = {}, second[3] = {};
-    char ids[7][4] = {"a0", "a1", "a2", "a3", "b0", "b1", "b2"};
-    for (int i = 0; i < 4; i++)
-        first[i].id = ids[i];
-    for (int i = 0; i < 3; i++)
-        second[i].id = ids[4 + i];
-    step_t* list = first;
-    step_t* other = second;
-    int count = merge_steps(&list, 4, 1, &other, 3, 1);
-    ASSERT_EQ(count, 4);
-    ASSERT_NE(list, first);
-    std::string got;
-    for (int i = 0; i < count; i++)
-        got += std::string(list[i].id) + " ";
-    EXPECT_EQ(got, "a0 a1 b1 b2 ");
-    EXPECT_EQ(list[count].id, nullptr);
-    free(list);
-
-    // "out" beyond the first list stops at its end.
-    list = first;
-    EXPECT_EQ(merge_steps(&list, 2, 10, &other, 3, 0), 5);
-    free(list);
-    std::string log = read_text(dir.file("test.log"));
-    EXPECT_NE(at(log, "merge_steps: steplist1 count = 4, out = 1"), std::string::npos);
-    EXPECT_NE(at(log, "merge_steps: steplist2 count = 3; in = 1"), std::string::npos);
-    EXPECT_NE(at(log, "merge_steps: modules count after merging = 4"), std::string::npos);
-    log_disable();
 }
 
 } // namespace

