@@ -58,21 +58,9 @@ struct ActionKinds : ::testing::Test {
     // A root cab with the plug-in and a shell script in it.
     void open_cab(const std::string& script)
     {
-        cab_entry_src_t entries[3] = {};
-        entries[0].component = "_internal_";
-        entries[0].name = "product.ini";
-        entries[0].data = "A=1\n";
-        entries[0].data_size = 4;
-        entries[1].component = "plugins";
-        entries[1].name = "demo_plugin.so";
-        entries[1].source = plugin_library.c_str();
-        entries[2].component = "scripts";
-        entries[2].name = "funcs.sh";
-        entries[2].data = script.c_str();
-        entries[2].data_size = (int64_t)script.size();
-        char message[256] = "";
-        ASSERT_EQ(store_write_cab_file(dir.file("root.cab").c_str(), entries, 3, false, message, sizeof message), 0)
-            << message;
+        write_cab(dir.file("root.cab"), {{"_internal_", "product.ini", "A=1\n"},
+                                         {"plugins", "demo_plugin.so", "", plugin_library},
+                                         {"scripts", "funcs.sh", script}});
         ASSERT_EQ(store_read_header(&session, &session.cab, dir.file("root.cab").c_str()), 0);
     }
     std::string prop(const char* name) { return env_get_string(&session, name); }

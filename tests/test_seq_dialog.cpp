@@ -233,18 +233,6 @@ TEST_F(DialogTest, NumbersSelectRadioLines)
     EXPECT_FALSE(env_exists(&session, "d_showed"));
 }
 
-TEST_F(DialogTest, HiddenCustomLinesRefuseTheirAnswer)
-{
-    const char* xml = R"(<dialog clear_screen="false"><question id="1" type="list"><list type="custom">)"
-                      R"(<line id="1" index="a" text="A"/><line id="2" index="b" text="B" condition="NOPE"/>)"
-                      R"(<line id="3" index="c" text="C"/></list></question><input text="?" keep="K">)"
-                      R"(<validation type="list" list="a;b;c" invert="true" err="no"/></input></dialog>)";
-    EXPECT_EQ(show(xml, "b\nc\n"), 0);
-    EXPECT_NE(out.find("a. A\nc. C\n"), std::string::npos);
-    EXPECT_EQ(count(out, "no\n"), 1u);
-    EXPECT_EQ(prop("HANDLE"), "c");
-}
-
 TEST_F(DialogTest, ListingModePrintsThePromptWithoutAsking)
 {
     env_set_string(&session, "print_dialogs_list", "");
@@ -272,17 +260,6 @@ TEST_F(DialogTest, AnswersLoseCarriageReturns)
     const char* xml = R"(<dialog clear_screen="false"><input text="?" keep="K"/></dialog>)";
     EXPECT_EQ(show(xml, "yes\r\n"), 0);
     EXPECT_EQ(prop("K"), "yes");
-}
-
-TEST_F(DialogTest, BadDocumentsFail)
-{
-    EXPECT_EQ(show(R"(<dialog><question id="1" type="grid"/></dialog>)", ""), -1);
-    EXPECT_NE(log().find("show_dialog: Unknown type of the question - grid"), std::string::npos);
-    EXPECT_EQ(show(R"(<dialog><question id="1" type="list"><list type="tree"/></question></dialog>)", ""), -1);
-    // A checkbox dialog needs its name for the selection properties.
-    env_set_string(&session, "CURRENT_DIALOG", "");
-    EXPECT_EQ(show(R"(<dialog><question id="1" type="checkbox"><list type="alpha"/></question></dialog>)", ""), -1);
-    EXPECT_NE(log().find("show_dialog: cannot get CURRENT_DIALOG from session"), std::string::npos);
 }
 
 } // namespace

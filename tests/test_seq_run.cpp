@@ -378,15 +378,4 @@ TEST_F(Wizard, JumpsContinueInAnotherSequenceAndBackLeadsThroughTheFirst)
     EXPECT_FALSE(logged("Execution error"));
 }
 
-TEST_F(Wizard, AJumpToAMissingSequenceDecidesNothing)
-{
-    add("main.xml", "<s>" + step("_start_", "m.xml", "b") + step("b", "b.xml") + "</s>");
-    add("m.xml", module(traced("go", "M;", "<next call=\"missing.xml:x\"/>")));
-    add("b.xml", where("b"));
-    EXPECT_EQ(run(), 0);
-    EXPECT_EQ(prop("TRACE"), "M;");
-    EXPECT_TRUE(reported("sequence_execute: can't extract _internal_::missing.xml"));
-    EXPECT_TRUE(reported("sequence_execute: Unknown transition."));
-}
-
 } // namespace

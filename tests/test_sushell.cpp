@@ -203,15 +203,8 @@ TEST_F(SushellTest, ElevatedEngineRunsAndItsStatusComesBack)
         GTEST_SKIP() << "sudo without a password needs root";
     ASSERT_EQ(symlink(KELM_BINARY_DIR "/kelm", dir.file("kelm").c_str()), 0);
     // The least package the engine starts with: a cab beside it with product.ini.
-    std::string product = "PRODUCT_NAME=elevation test\n";
-    cab_entry_src_t entries[2] = {};
-    entries[0].component = STORE_INTERNAL;
-    entries[0].name = "placeholder";
-    entries[1].component = STORE_INTERNAL;
-    entries[1].name = "product.ini";
-    entries[1].data = product.data();
-    entries[1].data_size = (int64_t)product.size();
-    ASSERT_EQ(store_write_cab_file(dir.file("kelm.cab").c_str(), entries, 2, false, nullptr, 0), 0);
+    write_cab(dir.file("kelm.cab"),
+              {{STORE_INTERNAL, "placeholder", ""}, {STORE_INTERNAL, "product.ini", "PRODUCT_NAME=elevation test\n"}});
 
     env_set_string(&session, "ENGINE_DIR", dir.path);
     env_set_string(&session, "SU_LOGIN", "");

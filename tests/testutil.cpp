@@ -69,6 +69,8 @@ void write_cab(const std::string& path, const std::vector<CabEntry>& entries)
         sources[i].name = entries[i].name.c_str();
         sources[i].data = entries[i].data.c_str();
         sources[i].data_size = (int64_t)entries[i].data.size();
+        if (!entries[i].source.empty())
+            sources[i].source = entries[i].source.c_str();
     }
     char message[256] = "";
     ASSERT_EQ(store_write_cab_file(path.c_str(), sources.data(), (int)sources.size(), false, message, sizeof message),

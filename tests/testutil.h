@@ -24,11 +24,13 @@ void open_test_log(const std::string& path);
 // stored in *status when given.
 std::string run_command(const std::string& command, int* status = nullptr);
 
-// One entry of a cab built for a test: component, name and contents.
+// One entry of a cab built for a test: component, name and contents, or
+// the file the contents are read from when source is set.
 struct CabEntry {
     std::string component;
     std::string name;
     std::string data;
+    std::string source;
 };
 
 // Writes a cab file holding the entries in order; fails the test if the
