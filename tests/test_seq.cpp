@@ -81,17 +81,12 @@ TEST(SeqChoice, FirstTrueReadableLineWins)
     EXPECT_EQ(at(log, "two.xml sequence file"), std::string::npos);
 }
 
-TEST(SeqChoice, MissingOrUselessDefinitionMeansNoSequence)
+TEST(SeqChoice, MissingDefinitionMeansNoSequence)
 {
     Package none({{"_internal_", "product.ini", "a=b\n"}});
     EXPECT_EQ(init_sequence(&none.session), 0);
     EXPECT_EQ(none.session.seqs.seq, nullptr);
     EXPECT_TRUE(log_reports_error(none.log(), "init_sequence: There is no _internal_::sequence.ini"));
-
-    Package useless({{"_internal_", "sequence.ini", "_internal_:gone.xml:a = a\n_internal_:x.xml:a = b\n"},
-                     {"_internal_", "x.xml", "<s/>"}});
-    EXPECT_EQ(init_sequence(&useless.session), 0);
-    EXPECT_EQ(useless.session.seqs.seq, nullptr);
 }
 
 TEST(SeqChoice, FilesOnDiskAreReadRelativeToEngineDir)
