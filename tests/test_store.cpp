@@ -472,9 +472,9 @@ TEST_F(AttachTest, RealRpmAndTgzArchivesAttachAndUnpack)
     int status;
     std::string top = dir.file("rpmbuild");
     write_text(dir.file("demo.rpmspec"), "Name: demo\nVersion: 1\nRelease: 1\nSummary: demo\nLicense: none\n"
-                                      "BuildArch: noarch\n%description\ndemo\n%install\nmkdir -p "
-                                      "%{buildroot}/opt/demo\necho hi > %{buildroot}/opt/demo/hi\n"
-                                      "%files\n/opt/demo/hi\n");
+                                         "BuildArch: noarch\n%description\ndemo\n%install\nmkdir -p "
+                                         "%{buildroot}/opt/demo\necho hi > %{buildroot}/opt/demo/hi\n"
+                                         "%files\n/opt/demo/hi\n");
     run_command("rpmbuild -bb --quiet --define '_topdir " + top + "' --define '_binary_payload w9.gzdio' " +
                     dir.file("demo.rpmspec") + " >/dev/null 2>&1",
                 &status);

@@ -657,7 +657,7 @@ static int command_tree(int argc, char** argv)
 static int open_cab(const char* path, cab_t* cab)
 {
     if (store_read_header(nullptr, cab, path) != 0) {
-        store_release(cab);  // a half-read table holds memory too
+        store_release(cab); // a half-read table holds memory too
         fail("%s: not a readable cab: %s", path, last_log_line().c_str());
         return -1;
     }
