@@ -30,7 +30,7 @@ struct CabEntry {
     std::string component;
     std::string name;
     std::string data;
-    std::string source;
+    std::string source = {}; // a file whose bytes replace data, when given
 };
 
 // Writes a cab file holding the entries in order; fails the test if the

@@ -683,7 +683,9 @@ static std::string listed(const char* text)
     return out;
 }
 
-static int command_list(int argc, char** argv)
+// The front of the commands that take "[-l log] CAB": parses the options,
+// opens the log and the cab. Returns 0, or the exit status to end with.
+static int open_cab_argument(int argc, char** argv, cab_t* cab, const char** path)
 {
     const char* log = nullptr;
     int option;
@@ -698,9 +700,16 @@ static int command_list(int argc, char** argv)
         return 2;
     }
     tool_log_open(log);
+    *path = argv[optind];
+    return open_cab(*path, cab) != 0 ? 1 : 0;
+}
+
+static int command_list(int argc, char** argv)
+{
     cab_t cab;
-    if (open_cab(argv[optind], &cab) != 0)
-        return 1;
+    const char* path;
+    if (int status = open_cab_argument(argc, argv, &cab, &path))
+        return status;
     printf("#index\tcomponent\tname\tinstall_name\ttarget_name\ttype\tinstall_size\tuid\tgroup\tattrs\tcksum\t"
            "store_size\tstore_offset\tcondition\n");
     for (int32_t i = 0; i <= cab.last_item; i++) {
@@ -788,23 +797,10 @@ static int cksum_sink(const char* data, size_t size, void* context)
 
 static int command_verify(int argc, char** argv)
 {
-    const char* log = nullptr;
-    int option;
-    while ((option = getopt(argc, argv, "l:")) != -1) {
-        if (option == 'l')
-            log = optarg;
-        else
-            return 2;
-    }
-    if (argc - optind != 1) {
-        fputs(USAGE, stderr);
-        return 2;
-    }
-    tool_log_open(log);
-    const char* path = argv[optind];
     cab_t cab;
-    if (open_cab(path, &cab) != 0)
-        return 1;
+    const char* path;
+    if (int status = open_cab_argument(argc, argv, &cab, &path))
+        return status;
     int problems = 0;
     for (int32_t i = 0; i <= cab.last_item; i++) {
         const cab_item_t* item = &cab.items[i];
